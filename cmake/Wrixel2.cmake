@@ -1,0 +1,54 @@
+# How this project's targets are made: one static library a folder, whose link dependencies are the
+# arrows that docs/architecture.md draws.
+
+add_library(wrixel2_options INTERFACE)
+target_include_directories(wrixel2_options INTERFACE ${PROJECT_SOURCE_DIR})
+target_compile_options(
+  wrixel2_options
+  INTERFACE -Wall
+            -Wextra
+            -Wpedantic
+            -Wshadow
+            -Wnon-virtual-dtor
+            -Woverloaded-virtual
+            -Wimplicit-fallthrough)
+if(WRIXEL2_WERROR)
+  target_compile_options(wrixel2_options INTERFACE -Werror)
+endif()
+if(WRIXEL2_SANITIZE)
+  target_compile_options(wrixel2_options INTERFACE -fsanitize=${WRIXEL2_SANITIZE}
+                                                   -fno-sanitize-recover=all
+                                                   -fno-omit-frame-pointer)
+  target_link_options(wrixel2_options INTERFACE -fsanitize=${WRIXEL2_SANITIZE})
+endif()
+if(WRIXEL2_COVERAGE)
+  target_compile_options(wrixel2_options INTERFACE --coverage)
+  target_link_options(wrixel2_options INTERFACE --coverage)
+endif()
+
+# wrixel2_library(NAME SOURCES file... [USES target...] [PRIVATE_USES target...])
+function(wrixel2_library name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;USES;PRIVATE_USES" ${ARGN})
+  add_library(${name} STATIC ${ARG_SOURCES})
+  target_link_libraries(
+    ${name}
+    PUBLIC wrixel2_options ${ARG_USES}
+    PRIVATE ${ARG_PRIVATE_USES})
+endfunction()
+
+# wrixel2_program(NAME SOURCES file... USES target...)
+function(wrixel2_program name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;USES" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE wrixel2_options ${ARG_USES})
+  target_compile_definitions(${name} PRIVATE WRIXEL2_VERSION="${PROJECT_VERSION}")
+endfunction()
+
+# wrixel2_test(NAME SOURCES file... USES target...): one GoogleTest program a layer.
+function(wrixel2_test name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;USES" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE wrixel2_options ${ARG_USES} GTest::gtest GTest::gtest_main)
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 60)
+endfunction()

@@ -1,0 +1,40 @@
+#include "platform/Log.h"
+
+#include <fmt/format.h>
+
+namespace wrixel2::platform {
+
+std::string_view levelWord(LogLevel level) {
+  switch (level) {
+    case LogLevel::error:
+      return "ERROR";
+    case LogLevel::warning:
+      return "WARN";
+    case LogLevel::info:
+      return "INFO";
+  }
+  return "INFO";
+}
+
+std::string formatLogLine(std::string_view tag, std::string_view module, unsigned line,
+                          LogLevel level, std::string_view message) {
+  return fmt::format("[{}: {}:{}] {}: {}", tag, module, line, levelWord(level), message);
+}
+
+std::string Log::privateText(std::string_view text) const {
+  return std::string(showsPrivate() ? text : "<private>");
+}
+
+void Logger::error(std::string_view message, std::source_location where) const {
+  log_->write(LogLevel::error, module_, where.line(), message);
+}
+
+void Logger::warning(std::string_view message, std::source_location where) const {
+  log_->write(LogLevel::warning, module_, where.line(), message);
+}
+
+void Logger::info(std::string_view message, std::source_location where) const {
+  log_->write(LogLevel::info, module_, where.line(), message);
+}
+
+}  // namespace wrixel2::platform

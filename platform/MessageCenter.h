@@ -1,0 +1,49 @@
+#pragma once
+
+#include <memory>
+#include <string_view>
+
+#include "platform/Result.h"
+#include "platform/UniqueFunction.h"
+#include "platform/Value.h"
+
+namespace wrixel2::platform {
+
+/// A named center through which programs send each other messages: a name and a dictionary.
+///
+/// One that serves (runServer) answers for its name; any other is a way to the program that does.
+/// Messages and notifications that reach the process over one connection are handled in the order
+/// in which they came.
+class MessageCenter {
+ public:
+  using Handler = UniqueFunction<void(std::string_view name, const Dictionary& userInfo)>;
+  using ReplyingHandler =
+      UniqueFunction<Result<Dictionary>(std::string_view name, const Dictionary& userInfo)>;
+
+  virtual ~MessageCenter() = default;
+
+  /// Takes the center's name and serves it on the main loop. Fails when another program has it.
+  virtual ErrorOrNone runServer() = 0;
+
+  /// A message without a reply: the sender is answered (emptily) before the handler runs.
+  virtual void registerForMessageName(std::string_view name, Handler handler) = 0;
+  /// A message whose sender waits for what the handler returns; an error reaches it as one.
+  virtual void registerForMessageNameWithReply(std::string_view name, ReplyingHandler handler) = 0;
+
+  /// Sends and forgets. Nobody serving the center is not an error.
+  virtual void sendMessageName(std::string_view name, const Dictionary& userInfo = {}) = 0;
+
+  /// Sends and waits for the reply, at most two seconds; what arrives meanwhile waits in order.
+  /// Nobody serving the center fails at once.
+  virtual Result<Dictionary> sendMessageAndReceiveReplyName(std::string_view name,
+                                                            const Dictionary& userInfo = {}) = 0;
+};
+
+/// Makes the centers of one process.
+class MessageCenters {
+ public:
+  virtual ~MessageCenters() = default;
+  virtual std::unique_ptr<MessageCenter> centerNamed(std::string_view name) = 0;
+};
+
+}  // namespace wrixel2::platform

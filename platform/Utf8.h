@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace wrixel2::platform {
+
+/// What a text begins with.
+struct Utf8Prefix {
+  /// The character; none where the bytes are not UTF-8 (RFC 3629: no surrogates, no overlong
+  /// forms).
+  std::optional<char32_t> character;
+  /// The character's bytes. Of what is not UTF-8, the bytes that do begin a character but do not
+  /// end it, or a single byte that begins none: what a reader replaces or skips as one.
+  std::size_t length = 1;
+  /// The text ends in the middle of the character.
+  bool isCutOff = false;
+};
+
+/// Of a text that is not empty.
+Utf8Prefix firstCharacter(std::string_view text);
+
+bool isUtf8(std::string_view text);
+
+/// The bytes of a character, which is at most U+10FFFF.
+std::string utf8FromCharacter(char32_t character);
+
+/// U+FFFD, which stands where bytes are not UTF-8.
+inline constexpr std::string_view kReplacementCharacter = "\xEF\xBF\xBD";
+
+}  // namespace wrixel2::platform

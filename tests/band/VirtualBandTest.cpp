@@ -1,0 +1,445 @@
+#include <algorithm>
+#include <chrono>
+#include <memory>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "band/BandProfile.h"
+#include "band/BandRecorder.h"
+#include "band/VirtualBand.h"
+#include "platform/AES.h"
+#include "platform/simulated/SimulatedPlatform.h"
+
+namespace wrixel2::band {
+namespace {
+
+using namespace std::chrono_literals;
+using platform::Bytes;
+using platform::ByteView;
+using platform::UUID;
+using platform::WriteType;
+
+/// A radio that brings nothing anywhere but keeps what it was given.
+class FakeRadio final : public BandRadio {
+ public:
+  std::vector<std::pair<UUID, Bytes>> notifications;
+  std::vector<long> ends;
+  int presenceChanges = 0;
+
+  void notify(const UUID& service, const UUID& characteristic, const Bytes& value) override {
+    EXPECT_NE(findCharacteristic(service, characteristic), nullptr);
+    notifications.emplace_back(characteristic, value);
+  }
+  platform::ErrorOrNone endLink(long code) override {
+    ends.push_back(code);
+    return std::nullopt;
+  }
+  void presenceChanged() override { ++presenceChanges; }
+
+  /// The values notified on the characteristic since the last call.
+  std::vector<Bytes> take(const UUID& characteristic) {
+    std::vector<Bytes> values;
+    for (auto& [from, value] : std::exchange(notifications, {})) {
+      if (from == characteristic) {
+        values.push_back(std::move(value));
+      }
+    }
+    return values;
+  }
+};
+
+/// What a host that knows the key sends upon the random number.
+Bytes answerTo(const Bytes& notified, std::string_view pairingKey, platform::Log& log) {
+  const auto encrypted = platform::AES128EncryptedDataWithKey(ByteView(notified).subspan(3),
+                                                              platform::md5(pairingKey), log);
+  Bytes answer{0x03, 0x00};
+  answer.insert(answer.end(), encrypted->begin(), encrypted->end());
+  return answer;
+}
+
+class VirtualBandTest : public ::testing::Test {
+ protected:
+  VirtualBandTest() { band_.setRadio(&radio_); }
+
+  long write(const UUID& service, const UUID& characteristic, const Bytes& value,
+             WriteType type = WriteType::withResponse) {
+    return band_.write(service, characteristic, value, type).value_or(platform::Error{}).code;
+  }
+  long writeAuth(const Bytes& value) { return write(kAuthService, kAuthInfo, value); }
+  long subscribe(const UUID& service, const UUID& characteristic) {
+    return band_.subscribe(service, characteristic, true).value_or(platform::Error{}).code;
+  }
+
+  void link() {
+    band_.linkUp();
+    EXPECT_EQ(subscribe(kAuthService, kAuthInfo), 0);
+  }
+
+  /// One exchange; the verdict.
+  Bytes authenticate(std::string_view key = kDefaultPairingKey) {
+    EXPECT_EQ(writeAuth({0x02, 0x00}), 0);
+    const auto numbers = radio_.take(kAuthInfo);
+    EXPECT_EQ(numbers.size(), 1U);
+    EXPECT_EQ(writeAuth(answerTo(numbers.at(0), key, platform_.log)), 0);
+    return radio_.take(kAuthInfo).at(0);
+  }
+
+  void linkAndAuthenticate() {
+    link();
+    ASSERT_EQ(authenticate(), (Bytes{0x10, 0x03, 0x01}));
+  }
+
+  platform::simulated::SimulatedPlatform platform_;
+  FakeRadio radio_;
+  VirtualBand band_{platform_.handle()};
+  BandRecorder recorder_{band_};
+};
+
+TEST_F(VirtualBandTest, OffersFiveServicesAndEachCharacteristicOnce) {
+  std::set<UUID> uuids;
+  std::size_t count = 0;
+  for (const auto& service : bandServices()) {
+    for (const auto& characteristic : service.characteristics) {
+      uuids.insert(characteristic.uuid);
+      ++count;
+    }
+  }
+  EXPECT_EQ(bandServices().size(), 5U);
+  EXPECT_EQ(bandServices()[0].characteristics.size(), 10U);
+  EXPECT_EQ(count, 16U);
+  EXPECT_EQ(uuids.size(), count);
+  EXPECT_EQ(kBatteryInfo.longText(), "00000006-0000-3512-2118-0009af100700");
+  EXPECT_EQ(kHeartRateMeasurement.longText(), "00002a37-0000-1000-8000-00805f9b34fb");
+}
+
+TEST_F(VirtualBandTest, AuthenticatesAHostThatKnowsTheKey) {
+  link();
+  band_.setRandomSource([] {
+    return VirtualBand::RandomNumber{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+  });
+  EXPECT_EQ(writeAuth({0x02, 0x00}), 0);
+  EXPECT_EQ(radio_.take(kAuthInfo), std::vector<Bytes>{(Bytes{0x10, 0x02, 0x01, 0, 1, 2, 3, 4, 5, 6,
+                                                              7, 8, 9, 10, 11, 12, 13, 14, 15})});
+  EXPECT_EQ(band_.link(), BandLink::connected);
+  EXPECT_EQ(authenticate(), (Bytes{0x10, 0x03, 0x01}));
+  EXPECT_EQ(band_.link(), BandLink::authenticated);
+  EXPECT_TRUE(band_.read(kControlService, kBatteryInfo));
+
+  band_.linkDown();
+  link();
+  EXPECT_EQ(band_.link(), BandLink::connected);  // every link anew
+}
+
+TEST_F(VirtualBandTest, TakesEveryRandomNumberFromTheSystemAnew) {
+  link();
+  writeAuth({0x02, 0x00});
+  writeAuth({0x02, 0x00});
+  const auto numbers = radio_.take(kAuthInfo);
+  ASSERT_EQ(numbers.size(), 2U);
+  EXPECT_EQ(numbers[0].size(), 19U);
+  EXPECT_NE(numbers[0], numbers[1]);
+}
+
+TEST_F(VirtualBandTest, RefusesAWrongKeyAnOldNumberAndWhomItWasToldToRefuse) {
+  const Bytes wrong{0x10, 0x03, 0x04};
+  link();
+  EXPECT_EQ(authenticate("another key"), wrong);
+  EXPECT_EQ(writeAuth(Bytes(18, 0x03)), att_error::valueNotAllowed);
+
+  writeAuth({0x02, 0x00});
+  const auto answer = answerTo(radio_.take(kAuthInfo).at(0), kDefaultPairingKey, platform_.log);
+  band_.refuseAuthentication(2);
+  for (int time = 0; time < 2; ++time) {
+    EXPECT_EQ(authenticate(), wrong);
+    EXPECT_EQ(band_.link(), BandLink::connected);
+  }
+  writeAuth(answer);  // of a number that is no longer asked for
+  EXPECT_EQ(radio_.take(kAuthInfo), std::vector<Bytes>{wrong});
+  EXPECT_EQ(authenticate(), (Bytes{0x10, 0x03, 0x01}));
+
+  writeAuth({0x02, 0x00});
+  const auto right = answerTo(radio_.take(kAuthInfo).at(0), kDefaultPairingKey, platform_.log);
+  writeAuth(right);
+  writeAuth(right);  // good for one time only
+  EXPECT_EQ(radio_.take(kAuthInfo), (std::vector<Bytes>{{0x10, 0x03, 0x01}, wrong}));
+
+  band_.setPairingKey("a new key");
+  EXPECT_EQ(authenticate(), wrong);
+  EXPECT_EQ(authenticate("a new key"), (Bytes{0x10, 0x03, 0x01}));
+}
+
+TEST_F(VirtualBandTest, DoesNothingElseBeforeAuthentication) {
+  link();
+  for (const auto& service : bandServices()) {
+    for (const auto& characteristic : service.characteristics) {
+      if (characteristic.uuid == kAuthInfo) {
+        continue;
+      }
+      const auto& uuid = characteristic.uuid;
+      EXPECT_EQ(band_.read(service.uuid, uuid).error().code, att_error::insufficientAuthentication);
+      EXPECT_EQ(subscribe(service.uuid, uuid), att_error::insufficientAuthentication);
+      EXPECT_EQ(write(service.uuid, uuid, {0x00}), att_error::insufficientAuthentication);
+    }
+  }
+  EXPECT_TRUE(recorder_.displays().empty());
+  EXPECT_EQ(recorder_.writes().size(), 15U);  // it tells of what it refuses
+  EXPECT_EQ(band_.read(kAuthService, kAuthInfo).error().code, att_error::readNotPermitted);
+  EXPECT_EQ(band_.read(kControlService, kAuthInfo).error().code, att_error::invalidHandle);
+}
+
+TEST_F(VirtualBandTest, RefusesMalformedWritesWithAnErrorAndALine) {
+  linkAndAuthenticate();
+  const long length = att_error::invalidAttributeValueLength;
+  const long value = att_error::valueNotAllowed;
+  const struct {
+    const char* name;
+    UUID service;
+    UUID characteristic;
+    Bytes value;
+    long code;
+  } cases[] = {
+      {"nothing to the authentication", kAuthService, kAuthInfo, {}, length},
+      {"half a number", kAuthService, kAuthInfo, {3, 0, 1}, length},
+      {"an unknown request", kAuthService, kAuthInfo, {1, 0}, value},
+      {"an alert without an icon", kAlertNotificationService, kNewAlert, {}, length},
+      {"half an icon", kAlertNotificationService, kNewAlert, {5}, length},
+      {"half a wide icon", kAlertNotificationService, kNewAlert, {0xFA, 1}, length},
+      {"a wide icon with text", kAlertNotificationService, kNewAlert, {0xFA, 1, 2, 'x'}, length},
+      {"too long an alert", kAlertNotificationService, kNewAlert, Bytes(21, 'x'), length},
+      {"half a pattern", kImmediateAlertService, kAlertLevel, {0xFF, 1, 0, 1, 0}, length},
+      {"no pattern", kImmediateAlertService, kAlertLevel, {0xFE, 1, 0, 1, 0, 1}, value},
+      {"an empty alert level", kImmediateAlertService, kAlertLevel, {}, length},
+      {"half a heart-rate command", kHeartRateService, kHeartRateControl, {0x15, 2}, length},
+      {"another heart-rate command", kHeartRateService, kHeartRateControl, {0x15, 3, 1}, value},
+      {"seven bytes of parameters", kControlService, kConnectionParameters, Bytes(7, 1), length},
+      {"a short time", kControlService, kCurrentTime, Bytes(10, 1), length},
+      {"something that is only read",
+       kControlService,
+       kBatteryInfo,
+       {1},
+       att_error::writeNotPermitted},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.name);
+    platform_.log.clear();
+    recorder_.clear();
+    EXPECT_EQ(write(test.service, test.characteristic, test.value), test.code);
+    EXPECT_TRUE(platform_.log.contains(platform::LogLevel::warning, "Refused"));
+    EXPECT_EQ(recorder_.writes().size(), 1U);
+    EXPECT_TRUE(recorder_.displays().empty());
+    EXPECT_TRUE(recorder_.vibrations().empty());
+    EXPECT_FALSE(band_.isMeasuringHeartRate());
+  }
+  EXPECT_EQ(band_.link(), BandLink::authenticated);
+}
+
+TEST_F(VirtualBandTest, ShowsIconsAndTexts) {
+  linkAndAuthenticate();
+  const struct {
+    const char* name;
+    UUID service;
+    UUID characteristic;
+    Bytes value;
+    BandRecorder::Display shown;
+  } cases[] = {
+      {"a wide icon", kAlertNotificationService, kNewAlert, {0xFA, 1, 6}, {"", {0xFA, 1, 6}}},
+      {"an icon filled up", kAlertNotificationService, kNewAlert, {3, 0, 0}, {"", {3, 0}}},
+      {"a bare icon", kAlertNotificationService, kNewAlert, {5, 1}, {"", {5, 1}}},
+      {"an icon with text",
+       kAlertNotificationService,
+       kNewAlert,
+       {5, 1, 'A', 'n', 'n', 'a'},
+       {"Anna", {5, 1}}},
+      {"eighteen bytes that end inside a character",
+       kAlertNotificationService,
+       kNewAlert,
+       {3,   1,   'a', 'a', 'a', 'a', 'a', 'a', 'a',  'a',
+        'a', 'a', 'a', 'a', 'a', 'a', 'a', 'a', 0xE2, 0x82},
+       {"aaaaaaaaaaaaaaaa", {3, 1}}},
+      {"one byte", kImmediateAlertService, kAlertLevel, {2}, {"", {2}}},
+      {"nothing any more", kImmediateAlertService, kAlertLevel, {0}, {"", {0}}},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.name);
+    recorder_.clear();
+    EXPECT_EQ(write(test.service, test.characteristic, test.value, WriteType::withoutResponse), 0);
+    EXPECT_EQ(recorder_.displays(), std::vector{test.shown});
+    EXPECT_EQ(recorder_.writes(),
+              (std::vector<BandRecorder::Write>{
+                  {test.service, test.characteristic, test.value, WriteType::withoutResponse}}));
+  }
+}
+
+TEST_F(VirtualBandTest, VibratesInThePatternItIsSent) {
+  linkAndAuthenticate();
+  EXPECT_EQ(write(kImmediateAlertService, kAlertLevel, {0xFF, 0x4B, 0x00, 0xDC, 0x05, 0x03}), 0);
+  EXPECT_EQ(write(kImmediateAlertService, kAlertLevel, {0xFF, 0, 0, 0, 0, 0}), 0);
+  EXPECT_EQ(recorder_.vibrations(), (std::vector<BandRecorder::Vibration>{{75, 1500, 3}, {}}));
+  EXPECT_TRUE(recorder_.displays().empty());
+}
+
+TEST_F(VirtualBandTest, MeasuresTheHeartOnceAndReportsTheRateOfThatMoment) {
+  linkAndAuthenticate();
+  ASSERT_EQ(subscribe(kHeartRateService, kHeartRateMeasurement), 0);
+  write(kHeartRateService, kHeartRateControl, {0x15, 0x02, 0x01});
+  platform_.runLoop.runFor(5s);
+  write(kHeartRateService, kHeartRateControl, {0x15, 0x02, 0x01});  // begins anew
+  band_.setHeartRate(91);
+  platform_.runLoop.runFor(8s - 1us);
+  EXPECT_TRUE(radio_.notifications.empty());
+  platform_.runLoop.runFor(1us);
+  EXPECT_EQ(radio_.take(kHeartRateMeasurement), (std::vector<Bytes>{{0x00, 91}}));
+  EXPECT_FALSE(band_.isMeasuringHeartRate());
+  platform_.runLoop.runFor(1h);
+  EXPECT_TRUE(radio_.notifications.empty());
+}
+
+TEST_F(VirtualBandTest, AContinuousMeasurementEndsWithASingleOneOrTheLink) {
+  for (const bool byLink : {false, true}) {
+    SCOPED_TRACE(byLink ? "by the end of the link" : "by a single measurement");
+    linkAndAuthenticate();
+    ASSERT_EQ(subscribe(kHeartRateService, kHeartRateMeasurement), 0);
+    band_.setHeartRate(0);
+    write(kHeartRateService, kHeartRateControl, {0x15, 0x01, 0x01});
+    platform_.runLoop.runFor(15s);
+    EXPECT_EQ(radio_.take(kHeartRateMeasurement).size(), 3U);
+    if (byLink) {
+      band_.linkDown();
+      linkAndAuthenticate();
+      ASSERT_EQ(subscribe(kHeartRateService, kHeartRateMeasurement), 0);
+    } else {
+      write(kHeartRateService, kHeartRateControl, {0x15, 0x02, 0x01});
+    }
+    platform_.runLoop.runFor(1h);
+    EXPECT_EQ(radio_.take(kHeartRateMeasurement),
+              byLink ? std::vector<Bytes>{} : (std::vector<Bytes>{{0x00, 0x00}}));
+    EXPECT_EQ(platform_.runLoop.pendingTimers(), 0U);
+  }
+}
+
+TEST_F(VirtualBandTest, ItsValuesHaveTheirLayouts) {
+  linkAndAuthenticate();
+  band_.setSteps(10000);
+  band_.setDistance(100);
+  band_.setCalories(0x01020304);
+  ASSERT_EQ(band_.setBatteryLevel(55), std::nullopt);
+  EXPECT_EQ(*band_.read(kControlService, kRealtimeSteps),
+            (Bytes{0x0C, 0x10, 0x27, 0, 0, 100, 0, 0, 0, 4, 3, 2, 1}));
+  EXPECT_EQ(*band_.read(kControlService, kBatteryInfo),
+            (Bytes{0x0F, 55,   0,                   //
+                   0xEA, 0x07, 2, 28, 12, 0, 0, 0,  // last charge
+                   0xEA, 0x07, 2, 21, 12, 0, 0, 0,  // last full charge
+                   25}));
+  EXPECT_EQ(*band_.read(kControlService, kConnectionParameters),
+            (Bytes{0x18, 0, 0x28, 0, 0, 0, 0xF4, 0x01}));
+  EXPECT_EQ(*band_.read(kControlService, kCurrentTime), band_.currentTime());
+  const Bytes midnight{0xEA, 7, 3, 2, 0, 0, 0, 2, 0, 0, 0};
+  EXPECT_EQ(write(kControlService, kCurrentTime, midnight), 0);
+  EXPECT_EQ(band_.currentTime(), midnight);
+}
+
+TEST_F(VirtualBandTest, NotifiesWhatIsSubscribedAndNothingElse) {
+  const struct {
+    const char* name;
+    UUID characteristic;
+    std::size_t length;
+    void (*change)(VirtualBand& band);
+  } cases[] = {
+      {"steps", kRealtimeSteps, 13, [](VirtualBand& band) { band.setSteps(1); }},
+      {"distance", kRealtimeSteps, 13, [](VirtualBand& band) { band.setDistance(1); }},
+      {"calories", kRealtimeSteps, 13, [](VirtualBand& band) { band.setCalories(1); }},
+      {"battery", kBatteryInfo, 20,
+       [](VirtualBand& band) { static_cast<void>(band.setBatteryLevel(1)); }},
+      {"button", kButtonPress, 1, [](VirtualBand& band) { band.pressButton(); }},
+      {"connection parameters", kConnectionParameters, 8,
+       [](VirtualBand& band) { band.setConnectionParameters({0x33, 0, 0x33}); }},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.name);
+    linkAndAuthenticate();
+    band_.setConnectionParameters({});
+    test.change(band_);
+    EXPECT_TRUE(radio_.notifications.empty());
+    band_.setConnectionParameters({});
+    ASSERT_EQ(subscribe(kControlService, test.characteristic), 0);
+    test.change(band_);
+    const auto values = radio_.take(test.characteristic);
+    ASSERT_EQ(values.size(), 1U);
+    EXPECT_EQ(values[0].size(), test.length);
+    ASSERT_EQ(band_.subscribe(kControlService, test.characteristic, false), std::nullopt);
+    test.change(band_);
+    ASSERT_EQ(subscribe(kControlService, test.characteristic), 0);
+    band_.linkDown();
+    test.change(band_);
+    EXPECT_TRUE(radio_.notifications.empty());
+  }
+  EXPECT_EQ(subscribe(kControlService, kCurrentTime), att_error::invalidHandle);
+  linkAndAuthenticate();
+  EXPECT_EQ(subscribe(kControlService, kCurrentTime), att_error::requestNotSupported);
+}
+
+TEST_F(VirtualBandTest, ParametersThatChangeNothingAreNotNotified) {
+  linkAndAuthenticate();
+  ASSERT_EQ(subscribe(kControlService, kConnectionParameters), 0);
+  const Bytes low{0x27, 0, 0x31, 0, 0, 0, 0xF4, 0x01};
+  write(kControlService, kConnectionParameters, low);
+  write(kControlService, kConnectionParameters, low);
+  EXPECT_EQ(radio_.take(kConnectionParameters), std::vector<Bytes>{low});
+}
+
+TEST_F(VirtualBandTest, EndsItsLinkOnlyInTheTwoWaysThereAre) {
+  EXPECT_TRUE(band_.drop(7).has_value());  // no link
+  band_.linkUp();
+  EXPECT_TRUE(band_.drop(5).has_value());
+  EXPECT_EQ(band_.drop(6), std::nullopt);
+  EXPECT_EQ(band_.drop(7), std::nullopt);
+  EXPECT_EQ(radio_.ends, (std::vector<long>{6, 7}));
+}
+
+TEST_F(VirtualBandTest, TellsTheRadioWhenItIsToBeSeen) {
+  EXPECT_TRUE(band_.isAdvertising());
+  band_.setIsInRange(false);
+  band_.setIsInRange(false);
+  EXPECT_FALSE(band_.isAdvertising());
+  band_.setIsInRange(true);
+  band_.linkUp();
+  EXPECT_FALSE(band_.isAdvertising());
+  EXPECT_EQ(radio_.presenceChanges, 3);
+  EXPECT_EQ(recorder_.changes(),
+            (std::vector{BandProperty::isInRange, BandProperty::isInRange, BandProperty::link}));
+  EXPECT_TRUE(band_.setBatteryLevel(101).has_value());
+}
+
+TEST_F(VirtualBandTest, AnObserverMayLeaveAndTakeOthersWithIt) {
+  struct Leaver final : BandObserver {
+    explicit Leaver(VirtualBand& observed) : band(observed) { band.addObserver(*this); }
+    void bandDidChange(BandProperty) override {
+      ++calls;
+      band.removeObserver(*this);
+      other.reset();
+    }
+    VirtualBand& band;
+    std::unique_ptr<BandRecorder> other;
+    int calls = 0;
+  } leaver(band_);
+  leaver.other = std::make_unique<BandRecorder>(band_);
+  band_.setHeartRate(1);
+  band_.setHeartRate(2);
+  EXPECT_EQ(leaver.calls, 1);
+  EXPECT_EQ(recorder_.changes().size(), 2U);
+}
+
+TEST_F(VirtualBandTest, AddressesAreSixHexadecimalFields) {
+  EXPECT_EQ(VirtualBand(platform_.handle(), "C8:0F:10:AA:BB:0D").address(), "c8:0f:10:aa:bb:0d");
+  for (const char* const bad : {"", "c8:0f:10:aa:bb", "c8-0f-10-aa-bb-0c", "c8:0f:10:aa:bb:0g",
+                                "c8:0f:10:aa:bb:0c:", "c80f:10:aa:bb:0c1"}) {
+    EXPECT_FALSE(VirtualBand::isAddress(bad)) << bad;
+  }
+}
+
+}  // namespace
+}  // namespace wrixel2::band

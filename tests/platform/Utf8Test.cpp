@@ -1,0 +1,45 @@
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "platform/Utf8.h"
+
+namespace wrixel2::platform {
+namespace {
+
+TEST(Utf8, TellsWhatATextBeginsWith) {
+  struct Case {
+    std::string text;
+    std::optional<char32_t> character;
+    std::size_t length;
+    bool isCutOff;
+  };
+  const Case cases[] = {
+      {"A", U'A', 1, false},
+      {std::string(1, '\0'), U'\0', 1, false},
+      {"\xC3\xA4x", U'\u00e4', 2, false},
+      {"\xE2\x82\xAC", U'\u20ac', 3, false},
+      {"\xF0\x9F\x98\x80", U'\U0001F600', 4, false},
+      {"\xF4\x8F\xBF\xBF", U'\U0010FFFF', 4, false},
+      {"\xF0\x9F\x98", std::nullopt, 3, true},
+      {"\xC3", std::nullopt, 1, true},
+      {"\xE2\x82x", std::nullopt, 2, false},
+      {"\x80", std::nullopt, 1, false},
+      {"\xC0\x80", std::nullopt, 1, false},          // overlong NUL
+      {"\xE0\x9F\xBF", std::nullopt, 1, false},      // overlong
+      {"\xED\xA0\x80", std::nullopt, 1, false},      // surrogate
+      {"\xF4\x90\x80\x80", std::nullopt, 1, false},  // above U+10FFFF
+      {"\xFF", std::nullopt, 1, false},
+  };
+  for (const auto& [text, character, length, isCutOff] : cases) {
+    SCOPED_TRACE(testing::PrintToString(text));
+    const auto prefix = firstCharacter(text);
+    EXPECT_EQ(prefix.character, character);
+    EXPECT_EQ(prefix.length, length);
+    EXPECT_EQ(prefix.isCutOff, isCutOff);
+    EXPECT_EQ(isUtf8("before " + text), character.has_value());
+  }
+}
+
+}  // namespace
+}  // namespace wrixel2::platform
