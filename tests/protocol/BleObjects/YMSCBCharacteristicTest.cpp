@@ -1,0 +1,210 @@
+#include "FakeBluetooth.h"
+#include "protocol/BleObjects/YMSCBCharacteristic.h"
+#include "protocol/BleObjects/YMSCBDescriptor.h"
+
+namespace wrixel2::bleobjects {
+namespace {
+
+using platform::Bytes;
+using platform::LogLevel;
+
+class YMSCBCharacteristicTest : public BleObjectsTest {};
+
+TEST_F(YMSCBCharacteristicTest, AnswersGoToTheOldestRequest) {
+  bind();
+  measurement->readValueWithBlock(notingRead(journal, "first read"));
+  measurement->readValueWithBlock(notingRead(journal, "second read"));
+  control->writeValue({0x15, 0x01}, noting(journal, "first write"));
+  control->writeByte(0x1F, noting(journal, "second write"));
+  EXPECT_EQ(device->journal,
+            (Journal{"read 2a37", "read 2a37", "request 2a39 1501", "request 2a39 1f"}));
+
+  measurement->executeReadCallback(Bytes{1}, kNoError);
+  measurement->executeReadCallback(std::nullopt, kFailure);
+  control->executeWriteCallback(kFailure);
+  control->executeWriteCallback(kNoError);
+  EXPECT_EQ(journal, (Journal{"first read 01 ok", "second read none error 6", "first write error 6",
+                              "second write ok"}));
+
+  measurement->executeReadCallback(Bytes{2}, kNoError);
+  control->executeWriteCallback(kNoError);
+  EXPECT_EQ(journal.size(), 4U) << "answers that nobody waits for are dropped";
+}
+
+TEST_F(YMSCBCharacteristicTest, AWriteWithoutACallbackAsksForNoAnswer) {
+  bind();
+  control->writeValue({0xAB}, nullptr);
+  EXPECT_EQ(device->journal, Journal{"command 2a39 ab"});
+  EXPECT_EQ(control->writeCallbacksCount(), 0U);
+}
+
+TEST_F(YMSCBCharacteristicTest, WithoutPlatformObjectsNothingIsSentAndNothingIsEverCalled) {
+  const std::string kNull = "###################### NULL value??";
+  const auto requestAll = [this](const std::shared_ptr<YMSCBCharacteristic>& subject) {
+    phone.log.clear();
+    subject->setNotifyValue(true, noting(journal, "notify"));
+    subject->writeValue({1}, noting(journal, "write"));
+    subject->writeByte(1, nullptr);
+    subject->readValueWithBlock(notingRead(journal, "read"));
+    EXPECT_FALSE(subject->hasNotificationStateCallback());
+    EXPECT_EQ(subject->writeCallbacksCount() + subject->readCallbacksCount(), 0U);
+    EXPECT_TRUE(device->journal.empty());
+  };
+  const Journal kLines = {kNull, kNull, kNull, "cbCharacteristic is null!"};
+
+  requestAll(control);  // not yet discovered
+  EXPECT_EQ(warnings(), kLines);
+  EXPECT_EQ(phone.log.messages("YMSCBCharacteristic"), kLines);
+
+  bind();
+  peripheral->setCbPeripheral(nullptr);
+  requestAll(control);
+  EXPECT_EQ(warnings(), kLines);
+
+  peripheral->setCbPeripheral(device);
+  phone.log.clear();
+  control->writeValue({}, noting(journal, "write"));
+  EXPECT_EQ(warnings(), Journal{kNull}) << "nothing to write";
+
+  central->removeAllPeripherals();
+  peripheral = nullptr;  // the device object is gone, its characteristic is not
+  requestAll(control);
+  EXPECT_EQ(warnings(), kLines);
+  EXPECT_TRUE(journal.empty());
+}
+
+TEST_F(YMSCBCharacteristicTest, OneNotificationRequestIsPendingAtATime) {
+  bind();
+  measurement->setNotifyValue(true, noting(journal, "replaced"));
+  measurement->setNotifyValue(false, noting(journal, "second"));
+  measurement->setNotifyValue(true, nullptr);  // leaves the second one pending
+  EXPECT_EQ(device->journal, (Journal{"notify 2a37", "quiet 2a37", "notify 2a37"}));
+  measurement->executeNotificationStateCallback(kFailure);
+  measurement->executeNotificationStateCallback(kNoError);
+  EXPECT_EQ(journal, Journal{"second error 6"});
+}
+
+TEST_F(YMSCBCharacteristicTest, ANotificationRequestFromInsideItsCallbackLosesItsOwnCallback) {
+  bind();
+  measurement->setNotifyValue(true, [&](const platform::ErrorOrNone&) {
+    measurement->setNotifyValue(false, noting(journal, "inner"));
+  });
+  measurement->executeNotificationStateCallback(kNoError);
+  EXPECT_EQ(device->journal, (Journal{"notify 2a37", "quiet 2a37"})) << "it is sent all the same";
+  EXPECT_FALSE(measurement->hasNotificationStateCallback());
+}
+
+TEST_F(YMSCBCharacteristicTest, ReadsWhileNotifyingKeepTheLatestSixteenCallbacks) {
+  bind();
+  deviceMeasurement->notifies = true;
+  auto held = std::make_shared<int>();
+  measurement->readValueWithBlock([held](const auto&, const auto&) {});
+  for (int i = 2; i <= 16; ++i) {
+    measurement->readValueWithBlock(notingRead(journal, std::to_string(i)));
+  }
+  EXPECT_EQ(held.use_count(), 2) << "sixteen are kept";
+  measurement->readValueWithBlock(notingRead(journal, "17"));
+  EXPECT_EQ(held.use_count(), 1) << "the oldest gives way to the seventeenth";
+  EXPECT_EQ(measurement->readCallbacksCount(), 16U);
+  EXPECT_EQ(device->journal.size(), 17U) << "every read is sent";
+
+  deviceMeasurement->notifies = false;
+  measurement->executeReadCallback(Bytes{9}, kNoError);
+  EXPECT_EQ(journal, Journal{"2 09 ok"});
+}
+
+TEST_F(YMSCBCharacteristicTest, ReadsOfAQuietCharacteristicAreAllAnswered) {
+  bind();
+  for (int i = 0; i < 40; ++i) {
+    measurement->readValueWithBlock(notingRead(journal, std::to_string(i)));
+  }
+  for (int i = 0; i < 40; ++i) {
+    measurement->executeReadCallback(Bytes{7}, kNoError);
+  }
+  ASSERT_EQ(journal.size(), 40U);
+  EXPECT_EQ(journal.front(), "0 07 ok");
+  EXPECT_EQ(journal.back(), "39 07 ok");
+}
+
+TEST_F(YMSCBCharacteristicTest, ACallbackMayDropTheLastReferenceToEverything) {
+  bind();
+  std::weak_ptr<YMSCBCharacteristic> alive = measurement;
+  const auto dropAll = [&](const platform::ErrorOrNone&) {
+    central->removeAllPeripherals();
+    peripheral = nullptr;
+    service = nullptr;
+    control = nullptr;
+    measurement = nullptr;
+  };
+  measurement->setNotifyValue(true, dropAll);
+  measurement->executeNotificationStateCallback(kNoError);
+  EXPECT_TRUE(alive.expired());
+}
+
+TEST_F(YMSCBCharacteristicTest, DescriptorsFollowTheirDiscovery) {
+  std::size_t found = 99;
+  const auto count = [&](const std::vector<std::shared_ptr<YMSCBDescriptor>>& descriptors,
+                         const platform::ErrorOrNone& error) {
+    found = error ? 1000 : descriptors.size();
+  };
+  measurement->discoverDescriptorsWithBlock(count);
+  EXPECT_EQ(warnings(), Journal{"WARNING: Attempt to discover descriptors with null "
+                                "cbCharacteristic: 'measurement' for 2a37"});
+  EXPECT_TRUE(device->journal.empty());
+
+  bind();
+  measurement->discoverDescriptorsWithBlock(count);
+  EXPECT_EQ(device->journal, Journal{"discoverDescriptors of 2a37"});
+  measurement->syncDescriptors(
+      {std::make_shared<FakeDescriptor>("2902"), std::make_shared<FakeDescriptor>("2901")});
+  measurement->handleDiscoveredDescriptorsResponse(measurement->descriptors(), kNoError);
+  EXPECT_EQ(found, 2U);
+  ASSERT_EQ(measurement->descriptors().size(), 2U);
+  EXPECT_EQ(measurement->descriptors()[0]->UUID(), uuid("2902"));
+  EXPECT_EQ(measurement->descriptors()[1]->parent(), peripheral);
+
+  measurement->syncDescriptors({});
+  EXPECT_TRUE(measurement->descriptors().empty()) << "replaced, not added to";
+}
+
+TEST_F(YMSCBCharacteristicTest, DescriptorsThatNobodyAskedForAreAFatalMistake) {
+  bind();
+  EXPECT_DEATH(measurement->handleDiscoveredDescriptorsResponse({}, kNoError),
+               "ERROR: discoverDescriptorsCallback is nil; please check for multi-threaded access "
+               "of handleDiscoveredDescriptorsResponse");
+}
+
+TEST_F(YMSCBCharacteristicTest, ADescriptorHasNoQueuesOfItsOwn) {
+  bind();
+  measurement->syncDescriptors({std::make_shared<FakeDescriptor>("2902")});
+  const auto descriptor = measurement->descriptors()[0];
+  descriptor->readValueWithBlock(notingRead(journal, "lost"));
+  descriptor->writeByte(1, noting(journal, "lost"));
+  EXPECT_EQ(device->journal, (Journal{"readDescriptor 2902", "writeDescriptor 2902 01"}));
+  descriptor->executeReadCallback(Bytes{1}, kNoError);
+  descriptor->executeWriteCallback(kNoError);
+  EXPECT_TRUE(journal.empty());
+
+  descriptor->setReadCallbacks(FifoQueue<ReadCallback>());
+  descriptor->setWriteCallbacks(FifoQueue<ErrorCallback>());
+  descriptor->readValueWithBlock(notingRead(journal, "first"));
+  descriptor->readValueWithBlock(notingRead(journal, "second"));
+  descriptor->writeValue({1, 2}, noting(journal, "write"));
+  descriptor->executeReadCallback(Bytes{1}, kNoError);
+  descriptor->executeReadCallback(std::nullopt, kFailure);
+  descriptor->executeReadCallback(std::nullopt, kFailure);
+  descriptor->executeWriteCallback(kFailure);
+  descriptor->executeWriteCallback(kFailure);
+  EXPECT_EQ(journal, (Journal{"first 01 ok", "second none error 6", "write error 6"}));
+
+  // An empty one reads and writes nothing.
+  YMSCBDescriptor empty;
+  empty.readValueWithBlock(nullptr);
+  empty.setParent(peripheral);
+  empty.writeByte(1, nullptr);
+  EXPECT_EQ(empty.UUID(), std::nullopt);
+  EXPECT_EQ(device->journal.size(), 5U);
+}
+
+}  // namespace
+}  // namespace wrixel2::bleobjects
