@@ -17,7 +17,7 @@ target_compile_options(
 target_compile_options(
   wrixel2_options
   INTERFACE
-    "$<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release>>:-Wno-maybe-uninitialized;-Wno-restrict;-Wno-array-bounds>"
+    "$<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release>>:-Wno-maybe-uninitialized;-Wno-restrict;-Wno-array-bounds;-Wno-stringop-overread>"
 )
 if(WRIXEL2_WERROR)
   target_compile_options(wrixel2_options INTERFACE -Werror)

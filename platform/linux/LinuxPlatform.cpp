@@ -1,0 +1,115 @@
+#include "platform/linux/LinuxPlatform.h"
+
+#include <utility>
+
+#include <errno.h>
+#include <stdlib.h>
+
+#include "platform/linux/StderrLog.h"
+#include "platform/linux/SyslogLog.h"
+
+namespace wrixel2::platform::linux {
+namespace {
+
+// Of the XDG Base Directory Specification, which ignores relative paths in its variables.
+std::optional<std::string> baseDirectory(const char* variable, std::string_view belowHome) {
+  const char* directory = ::getenv(variable);
+  if (directory != nullptr && directory[0] == '/') {
+    return std::string(directory);
+  }
+  const char* home = ::getenv("HOME");
+  if (home != nullptr && home[0] == '/') {
+    return std::string(home) + std::string(belowHome);
+  }
+  return std::nullopt;
+}
+
+std::unique_ptr<Log> makeLog(const LinuxPlatformOptions& options) {
+  if (options.logTarget == LogTarget::standardError) {
+    return std::make_unique<StderrLog>(options.tag, options.showsPrivate);
+  }
+  return std::make_unique<SyslogLog>(options.tag, options.showsPrivate);
+}
+
+}  // namespace
+
+Result<LinuxPaths> LinuxPaths::standard(const std::optional<std::string>& root) {
+  const auto state = baseDirectory("XDG_STATE_HOME", "/.local/state");
+  const auto data = baseDirectory("XDG_DATA_HOME", "/.local/share");
+  if (!state || !data) {
+    return Error{ENOENT, "There is no home directory: HOME is not set to an absolute path"};
+  }
+  const std::string phone = root.value_or("");
+  const std::string preferences = "/var/mobile/Library/Preferences/";
+  LinuxPaths paths;
+  paths.infoPlist = phone + "/System/Library/CoreServices/SpringBoard.app/Info.plist";
+  paths.healthDatabase = *data + "/wrixel2/health.sqlite";
+  if (root) {
+    paths.lockFile = phone + preferences + "org.corvale.wrixel2.lock.plist";
+    paths.userDefaults = phone + preferences + "org.corvale.wrixel2d.plist";
+  } else {
+    paths.lockFile = *state + "/wrixel2/org.corvale.wrixel2.lock.plist";
+    paths.userDefaults = *state + "/wrixel2/defaults.plist";
+  }
+  return paths;
+}
+
+Result<std::unique_ptr<LinuxPlatform>> LinuxPlatform::create(const LinuxPlatformOptions& options) {
+  auto paths = LinuxPaths::standard(options.root);
+  if (!paths) {
+    return paths.error();
+  }
+  std::unique_ptr<LinuxPlatform> platform(new LinuxPlatform(options, std::move(*paths)));
+  auto bus = BusConnection::openSession(platform->runLoop_);
+  if (!bus) {
+    return bus.error();
+  }
+  platform->connect(std::move(*bus));
+  return platform;
+}
+
+LinuxPlatform::LinuxPlatform(const LinuxPlatformOptions& options, LinuxPaths paths)
+    : log_(makeLog(options)),
+      paths_(std::move(paths)),
+      runLoop_(*log_, zone_),
+      propertyLists_(files_),
+      userDefaults_(propertyLists_, files_, *log_, paths_.userDefaults),
+      healthStore_(paths_.healthDatabase),
+      systemInfo_{options.systemVersion, paths_.lockFile, paths_.infoPlist} {}
+
+void LinuxPlatform::connect(std::unique_ptr<BusConnection> sessionBus) {
+  sessionBus_ = std::move(sessionBus);
+  sessionBus_->onDisconnected([this] {
+    Logger(*log_, "LinuxPlatform").error("The session bus is gone");
+    if (const Task callback = std::move(sessionBusLost_)) {
+      callback();
+    } else {
+      runLoop_.stop(1);
+    }
+  });
+  messageCenters_ = std::make_unique<SdBusMessageCenters>(*sessionBus_, *log_);
+  darwinNotifyCenter_ = std::make_unique<SdBusDarwinNotifyCenter>(*sessionBus_, *log_);
+  distributedNotificationCenter_ =
+      std::make_unique<SdBusDistributedNotificationCenter>(*sessionBus_, *log_);
+  objectExporter_ = std::make_unique<SdBusObjectExporter>(*sessionBus_);
+}
+
+Platform LinuxPlatform::platform(BluetoothRadio& radio) {
+  return {runLoop_,
+          clock_,
+          zone_,
+          *log_,
+          *messageCenters_,
+          *darwinNotifyCenter_,
+          *distributedNotificationCenter_,
+          *objectExporter_,
+          radio,
+          healthStore_,
+          propertyLists_,
+          userDefaults_,
+          files_,
+          systemInfo_,
+          serviceManager_};
+}
+
+}  // namespace wrixel2::platform::linux

@@ -1,0 +1,180 @@
+#include "platform/linux/SdBusMessageCenter.h"
+
+#include <algorithm>
+#include <utility>
+
+#include <errno.h>
+#include <fmt/format.h>
+
+#include "platform/linux/BusValues.h"
+#include "platform/linux/LinuxRunLoop.h"
+
+namespace wrixel2::platform::linux {
+namespace {
+
+constexpr const char* kDictionary = "a{sv}";
+
+std::string pathOfCenter(std::string_view name) {
+  std::string path = "/" + std::string(name);
+  std::replace(path.begin(), path.end(), '.', '/');
+  return path;
+}
+
+}  // namespace
+
+SdBusMessageCenter::SdBusMessageCenter(BusConnection& connection, Log& log, std::string_view name,
+                                       TimeInterval replyTimeout)
+    : connection_(connection),
+      logger_(log, "SdBusMessageCenter"),
+      address_{std::string(name), pathOfCenter(name), std::string(name)},
+      replyTimeout_(replyTimeout) {}
+
+SdBusMessageCenter::~SdBusMessageCenter() {
+  if (isServing_) {
+    connection_.releaseName(address_.destination);
+  }
+}
+
+ErrorOrNone SdBusMessageCenter::runServer() {
+  if (auto error = connection_.requestName(address_.destination)) {
+    return error;
+  }
+  isServing_ = true;
+  auto filter = connection_.addFilter([this](const BusMessage& message) { warnOfMisuse(message); });
+  if (!filter) {
+    return filter.error();
+  }
+  misuseFilter_ = std::move(*filter);
+  return exportMessages();
+}
+
+ErrorOrNone SdBusMessageCenter::exportMessages() {
+  BusInterface interface;
+  interface.name = address_.interface;
+  for (const auto& [name, handler] : messages_) {
+    interface.methods.push_back(
+        {name,
+         {{"userInfo", kDictionary}},
+         {{"reply", kDictionary}},
+         [this, served = handler](const BusMessage& call) { serve(call, served); }});
+  }
+  interface_.reset();
+  auto slot = connection_.addInterface(address_.path, std::move(interface));
+  if (!slot) {
+    return slot.error();
+  }
+  interface_ = std::move(*slot);
+  return std::nullopt;
+}
+
+void SdBusMessageCenter::serve(const BusMessage& call, const CallHandler& handler) const {
+  const auto arguments = call.arguments();
+  if (!arguments) {
+    logger_.warning(fmt::format("The message {} from {} cannot be read: {}", call.member(),
+                                call.sender(), description(arguments.error())));
+    call.replyError(SD_BUS_ERROR_INVALID_ARGS, arguments.error().localizedDescription);
+    return;
+  }
+  // sd-bus has let only the one signature through.
+  handler(call, *arguments->front().dictionary());
+}
+
+void SdBusMessageCenter::registerMethod(std::string_view name, CallHandler handler) {
+  messages_.insert_or_assign(std::string(name), std::move(handler));
+  if (!isServing_) {
+    return;
+  }
+  if (sd_bus_get_current_message(connection_.get()) == nullptr) {
+    exportAgain();
+  } else {
+    // sd-bus keeps an interface that it is calling, and takes no second one of the name.
+    laterExport_ =
+        connection_.loop().scheduledTimer(TimeInterval::zero(), false, [this] { exportAgain(); });
+  }
+}
+
+void SdBusMessageCenter::exportAgain() {
+  if (const auto error = exportMessages()) {
+    logger_.error(fmt::format("Messages to {} cannot be served: {}", address_.destination,
+                              description(*error)));
+  }
+}
+
+void SdBusMessageCenter::registerForMessageName(std::string_view name, Handler handler) {
+  auto shared = std::make_shared<Handler>(std::move(handler));
+  registerMethod(name, [shared](const BusMessage& call, const Dictionary& userInfo) {
+    // Answered first: the handler may call the sender, which must not be waiting for us then.
+    // A sender that is gone needs no answer.
+    call.reply(kDictionary, {Dictionary()});
+    (*shared)(call.member(), userInfo);
+  });
+}
+
+void SdBusMessageCenter::registerForMessageNameWithReply(std::string_view name,
+                                                         ReplyingHandler handler) {
+  auto shared = std::make_shared<ReplyingHandler>(std::move(handler));
+  registerMethod(name, [shared](const BusMessage& call, const Dictionary& userInfo) {
+    auto answer = (*shared)(call.member(), userInfo);
+    if (!answer) {
+      call.replyError(answer.error());
+    } else if (const auto error = call.reply(kDictionary, {std::move(*answer)})) {
+      call.replyError(*error);
+    }
+  });
+}
+
+void SdBusMessageCenter::warnOfMisuse(const BusMessage& message) const {
+  const bool namesInterface = message.interface() == address_.interface;
+  // The bus lets a call leave the interface out; sd-bus finds no method for such a one.
+  if (!message.isMethodCall() || message.path() != address_.path ||
+      (!namesInterface && !message.interface().empty())) {
+    return;
+  }
+  if (!namesInterface || messages_.find(message.member()) == messages_.end()) {
+    logger_.warning(fmt::format("Unknown message {} from {}", message.member(), message.sender()));
+  } else if (message.signature() != kDictionary) {
+    logger_.warning(fmt::format("The message {} from {} has arguments \"{}\" instead of \"{}\"",
+                                message.member(), message.sender(), message.signature(),
+                                kDictionary));
+  }
+}
+
+void SdBusMessageCenter::sendMessageName(std::string_view name, const Dictionary& userInfo) {
+  auto message = connection_.newMethodCall(address_, name, kDictionary, {userInfo});
+  ErrorOrNone error;
+  if (message) {
+    message->setAutoStart(false);
+    message->setExpectsReply(false);
+    error = connection_.send(*message);
+  } else {
+    error = message.error();
+  }
+  if (error) {
+    logger_.error(fmt::format("The message {} to {} is lost: {}", name, address_.destination,
+                              description(*error)));
+  }
+}
+
+Result<Dictionary> SdBusMessageCenter::sendMessageAndReceiveReplyName(std::string_view name,
+                                                                      const Dictionary& userInfo) {
+  auto message = connection_.newMethodCall(address_, name, kDictionary, {userInfo});
+  if (!message) {
+    return message.error();
+  }
+  message->setAutoStart(false);
+  const auto reply = connection_.call(*message, replyTimeout_);
+  if (!reply) {
+    return reply.error();
+  }
+  if (reply->signature() != kDictionary) {
+    return Error{EBADMSG, fmt::format("The reply to {} is of type \"{}\" instead of \"{}\"", name,
+                                      reply->signature(), kDictionary)};
+  }
+  auto arguments = reply->arguments();
+  if (!arguments) {
+    return arguments.error();
+  }
+  return *arguments->front().dictionary();
+}
+
+}  // namespace wrixel2::platform::linux

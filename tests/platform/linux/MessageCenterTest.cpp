@@ -1,0 +1,309 @@
+#include <future>
+#include <thread>
+
+#include "platform/linux/BusValues.h"
+#include "platform/linux/SdBusDarwinNotifyCenter.h"
+#include "platform/linux/SdBusMessageCenter.h"
+#include "platform/linux/SdBusMessageCenters.h"
+#include "platform/linux/SdBusObjectExporter.h"
+#include "tests/platform/linux/BusTest.h"
+
+namespace wrixel2::platform::linux {
+namespace {
+
+constexpr const char* kName = "org.example.Center";
+const BusAddress kAddress{kName, "/org/example/Center", kName};
+
+class MessageCenterTest : public BusTest {
+ protected:
+  MessageCenterTest() {
+    center.registerForMessageName("note", [this](std::string_view name, const Dictionary& info) {
+      received.emplace_back(name, info);
+    });
+    center.registerForMessageNameWithReply(
+        "ask", [](std::string_view, const Dictionary& info) -> Result<Dictionary> {
+          if (boolForKey(info, "fail")) {
+            return Error{EOPNOTSUPP, "not today"};
+          }
+          return Dictionary{{"answer", intForKey(info, "question") + 1}};
+        });
+  }
+
+  std::vector<std::pair<std::string, Dictionary>> received;
+  SdBusMessageCenter center{*own, log, kName};
+};
+
+TEST_F(MessageCenterTest, MessagesReachTheirHandlersAndReplies) {
+  ASSERT_FALSE(center.runServer());
+  const Dictionary info = {
+      {"text", "a"}, {"list", Array{"b", 2}}, {"nested", Dictionary{{"c", Bytes{3}}}}};
+  const auto reply = answer(kAddress, "note", "a{sv}", {info});
+  EXPECT_EQ(reply.signature(), "a{sv}");
+  EXPECT_EQ(*reply.arguments(), Array{Dictionary()});
+  ASSERT_EQ(received.size(), 1U);
+  EXPECT_EQ(received[0].first, "note");
+  EXPECT_EQ(received[0].second, info);
+
+  EXPECT_EQ(*answer(kAddress, "ask", "a{sv}", {Dictionary{{"question", 41}}}).arguments(),
+            (Array{Dictionary{{"answer", 42}}}));
+  EXPECT_EQ(answer(kAddress, "ask", "a{sv}", {Dictionary{{"fail", true}}}).errorName(),
+            SD_BUS_ERROR_NOT_SUPPORTED);
+}
+
+TEST_F(MessageCenterTest, TheSenderIsAnsweredBeforeTheHandlerRuns) {
+  ASSERT_FALSE(center.runServer());
+  bool isAnswered = false;
+  bool wasAnsweredFirst = false;
+  center.registerForMessageName("wait", [&](std::string_view, const Dictionary&) {
+    while (!isAnswered && sd_bus_wait(other->get(), 5'000'000) > 0) {
+      while (sd_bus_process(other->get(), nullptr) > 0) {
+      }
+    }
+    wasAnsweredFirst = isAnswered;
+  });
+  auto slot = other->callAsync(*other->newMethodCall(kAddress, "wait", "a{sv}", {Dictionary()}),
+                               [&](const BusMessage&) { isAnswered = true; });
+  serveUntil([&] { return isAnswered; });
+  EXPECT_TRUE(wasAnsweredFirst);
+}
+
+TEST_F(MessageCenterTest, ACallThatExpectsNoReplyGetsNone) {
+  ASSERT_FALSE(center.runServer());
+  std::vector<std::string> replies;
+  auto filter = other->addFilter([&](const BusMessage& message) {
+    if (!message.isMethodCall() && !message.isSignal() && message.sender() == own->uniqueName()) {
+      replies.emplace_back(message.errorName());
+    }
+  });
+  for (const char* name : {"note", "ask", "unknown"}) {
+    auto message = other->newMethodCall(kAddress, name, "a{sv}", {Dictionary()});
+    message->setExpectsReply(false);
+    ASSERT_FALSE(other->send(*message));
+  }
+  answer(kAddress, "note", "a{sv}", {Dictionary()});
+  EXPECT_EQ(received.size(), 2U);
+  EXPECT_EQ(replies, std::vector<std::string>{""});
+}
+
+TEST_F(MessageCenterTest, MisuseIsRefusedWithAWarningAndReachesNoHandler) {
+  ASSERT_FALSE(center.runServer());
+  Value deep = "core";
+  for (int level = 0; level < kMaximumBusDepth / 2 - 1; ++level) {
+    deep = Array{deep};
+  }
+  struct Case {
+    const char* member;
+    const char* signature;
+    Array arguments;
+    const char* error;
+    const char* warning;
+  };
+  const Case cases[] = {
+      {"unknown", "a{sv}", {Dictionary()}, SD_BUS_ERROR_UNKNOWN_METHOD, "Unknown message unknown"},
+      {"note", "", {}, SD_BUS_ERROR_INVALID_ARGS, "has arguments \"\""},
+      {"note", "s", {"text"}, SD_BUS_ERROR_INVALID_ARGS, "has arguments \"s\""},
+      {"ask", "a{ss}", {Dictionary()}, SD_BUS_ERROR_INVALID_ARGS, "has arguments \"a{ss}\""},
+      {"note", "a{sv}a{sv}", {Dictionary(), Dictionary()}, SD_BUS_ERROR_INVALID_ARGS, "note"}};
+  for (const auto& item : cases) {
+    SCOPED_TRACE(item.warning);
+    log.lines.clear();
+    EXPECT_EQ(answer(kAddress, item.member, item.signature, item.arguments).errorName(),
+              item.error);
+    EXPECT_EQ(log.count("WARN"), 1U);
+    EXPECT_TRUE(log.contains(item.warning));
+  }
+  EXPECT_TRUE(received.empty());
+}
+
+TEST_F(MessageCenterTest, ACallThatNamesNoInterfaceIsUnknown) {
+  ASSERT_FALSE(center.runServer());
+  sd_bus_message* raw = nullptr;
+  sd_bus_message_new_method_call(other->get(), &raw, kName, kAddress.path.c_str(), nullptr, "note");
+  auto message = BusMessage::adopting(raw);
+  ASSERT_FALSE(message.append("a{sv}", {Dictionary()}));
+  EXPECT_TRUE(answer(std::move(message)).isError());
+  EXPECT_EQ(log.count("WARN Unknown message note"), 1U);
+  EXPECT_TRUE(received.empty());
+}
+
+TEST_F(MessageCenterTest, TooDeeplyNestedUserInfoIsRefused) {
+  ASSERT_FALSE(center.runServer());
+  auto message = other->newMethodCall(kAddress, "note");
+  auto* raw = message->get();
+  sd_bus_message_open_container(raw, 'a', "{sv}");
+  sd_bus_message_open_container(raw, 'e', "sv");
+  sd_bus_message_append(raw, "s", "key");
+  for (int level = 0; level < kMaximumBusDepth; ++level) {
+    sd_bus_message_open_container(raw, 'v', level + 1 < kMaximumBusDepth ? "v" : "s");
+  }
+  sd_bus_message_append(raw, "s", "core");
+  for (int level = 0; level < kMaximumBusDepth + 2; ++level) {
+    sd_bus_message_close_container(raw);
+  }
+  EXPECT_EQ(answer(std::move(*message)).errorName(), SD_BUS_ERROR_INVALID_ARGS);
+  EXPECT_EQ(log.count("WARN The message note"), 1U);
+  EXPECT_TRUE(received.empty());
+}
+
+TEST_F(MessageCenterTest, OneNameHasOneServer) {
+  ASSERT_FALSE(center.runServer());
+  {
+    SdBusMessageCenter second(*other, log, kName);
+    const auto error = second.runServer();
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code, EEXIST);
+    EXPECT_NE(error->localizedDescription.find(kName), std::string::npos);
+  }
+  EXPECT_FALSE(answer(kAddress, "note", "a{sv}", {Dictionary()}).isError());
+
+  auto passing = std::make_unique<SdBusMessageCenter>(*own, log, "org.example.Passing");
+  ASSERT_FALSE(passing->runServer());
+  passing.reset();
+  SdBusMessageCenter next(*other, log, "org.example.Passing");
+  EXPECT_FALSE(next.runServer());
+}
+
+TEST_F(MessageCenterTest, MessagesCanBeRegisteredWhileServing) {
+  ASSERT_FALSE(center.runServer());
+  std::vector<std::string> handled;
+  center.registerForMessageName("late", [&](std::string_view, const Dictionary&) {
+    handled.emplace_back("late");
+    // Inside the call, and for the very message too.
+    center.registerForMessageName(
+        "late", [&](std::string_view, const Dictionary&) { handled.emplace_back("changed"); });
+    center.registerForMessageName(
+        "later", [&](std::string_view name, const Dictionary&) { handled.emplace_back(name); });
+  });
+  answer(kAddress, "late", "a{sv}", {Dictionary()});
+  serveAll();
+  for (const char* name : {"late", "later"}) {
+    EXPECT_FALSE(answer(kAddress, name, "a{sv}", {Dictionary()}).isError()) << name;
+  }
+  EXPECT_EQ(handled, (std::vector<std::string>{"late", "changed", "later"}));
+}
+
+TEST_F(MessageCenterTest, AnotherInterfaceSharesTheObject) {
+  ASSERT_FALSE(center.runServer());
+  SdBusObjectExporter exporter(*own);
+  ExportedInterface status;
+  status.name = "org.example.Status";
+  status.properties.push_back({"State", "s", [] { return Value("idle"); }, nullptr});
+  const auto exported = exporter.exportObject("", kAddress.path, std::move(status));
+  ASSERT_TRUE(exported);
+  const auto reply =
+      answer({kName, kAddress.path, "org.freedesktop.DBus.Introspectable"}, "Introspect");
+  const auto arguments = reply.arguments();
+  ASSERT_TRUE(arguments && arguments->size() == 1);
+  const auto& xml = *arguments->front().text();
+  for (const char* part :
+       {"interface name=\"org.example.Center\"", "method name=\"note\"", "method name=\"ask\"",
+        "<arg type=\"a{sv}\" name=\"userInfo\" direction=\"in\"/>",
+        "<arg type=\"a{sv}\" name=\"reply\" direction=\"out\"/>",
+        "interface name=\"org.example.Status\"", "property name=\"State\" type=\"s\""}) {
+    EXPECT_NE(xml.find(part), std::string::npos) << part << "\n" << xml;
+  }
+}
+
+TEST_F(MessageCenterTest, SignalsAndMessagesOfOneSenderKeepTheirOrder) {
+  ASSERT_FALSE(center.runServer());
+  std::string order;
+  center.registerForMessageName("first",
+                                [&](std::string_view, const Dictionary&) { order += "1"; });
+  center.registerForMessageName("second",
+                                [&](std::string_view, const Dictionary&) { order += "2"; });
+  SdBusDarwinNotifyCenter ours(*own, log);
+  const auto before = ours.addObserver("before", SuspensionBehavior::coalesce,
+                                       [&](std::string_view) { order += "b"; });
+  const auto after = ours.addObserver("after", SuspensionBehavior::deliverImmediately,
+                                      [&](std::string_view) { order += "a"; });
+  SdBusDarwinNotifyCenter theirs(*other, log);
+  SdBusMessageCenter sender(*other, log, kName);
+  theirs.post("before");
+  sender.sendMessageName("first");
+  theirs.post("after");
+  sender.sendMessageName("second");
+  theirs.post("before");
+  serveUntil([&] { return order.size() == 5; });
+  EXPECT_EQ(order, "b1a2b");
+}
+
+TEST_F(MessageCenterTest, NobodyThereIsKnownAtOnce) {
+  const auto reply = center.sendMessageAndReceiveReplyName("ask");
+  ASSERT_FALSE(reply);
+  EXPECT_NE(reply.error().localizedDescription.find(SD_BUS_ERROR_NAME_HAS_NO_OWNER),
+            std::string::npos)
+      << reply.error().localizedDescription;
+  center.sendMessageName("note");
+  serveAll();
+  EXPECT_TRUE(log.lines.empty());
+}
+
+TEST_F(MessageCenterTest, ASilentServerCostsNoMoreThanTheTimeout) {
+  ASSERT_FALSE(other->requestName("org.example.Silent"));
+  SdBusMessageCenter asking(*own, log, "org.example.Silent", std::chrono::milliseconds(20));
+  const auto reply = asking.sendMessageAndReceiveReplyName("ask");
+  ASSERT_FALSE(reply);
+  EXPECT_EQ(reply.error().code, ETIMEDOUT);
+  EXPECT_EQ(SdBusMessageCenter::kReplyTimeout, std::chrono::seconds(2));
+}
+
+// The program at the other end of synchronous requests, on a thread because the asking loop waits.
+class ServingThread {
+ public:
+  ServingThread(const std::string& address, std::function<void(BusConnection&)> beforeReply)
+      : thread_([this, address, beforeReply = std::move(beforeReply)] {
+          serve(address, beforeReply);
+        }) {
+    ready_.get_future().wait();
+  }
+  /// After the message "stop".
+  ~ServingThread() { thread_.join(); }
+
+ private:
+  void serve(const std::string& address, const std::function<void(BusConnection&)>& beforeReply) {
+    RecordingLog log;
+    LocalTimeZone zone;
+    LinuxRunLoop loop(log, zone);
+    const auto connection = BusConnection::openAddress(loop, address);
+    SdBusMessageCenter center(**connection, log, "org.example.Served");
+    center.registerForMessageNameWithReply(
+        "ask", [&](std::string_view, const Dictionary& info) -> Result<Dictionary> {
+          beforeReply(**connection);
+          return Dictionary{{"asked", info}};
+        });
+    center.registerForMessageName("stop",
+                                  [&](std::string_view, const Dictionary&) { loop.stop(0); });
+    EXPECT_FALSE(center.runServer());
+    ready_.set_value();
+    loop.run();
+  }
+
+  std::promise<void> ready_;
+  std::thread thread_;
+};
+
+TEST_F(MessageCenterTest, WhatArrivesDuringARequestWaitsInOrder) {
+  ASSERT_FALSE(center.runServer());
+  std::string order;
+  center.registerForMessageName("meanwhile",
+                                [&](std::string_view, const Dictionary&) { order += "m"; });
+  SdBusDarwinNotifyCenter notifications(*own, log);
+  const auto observation = notifications.addObserver("changed", SuspensionBehavior::coalesce,
+                                                     [&](std::string_view) { order += "c"; });
+  const ServingThread server(bus.address(), [](BusConnection& connection) {
+    RecordingLog unused;
+    SdBusDarwinNotifyCenter(connection, unused).post("changed");
+    SdBusMessageCenter(connection, unused, kName).sendMessageName("meanwhile");
+  });
+  const auto asking = SdBusMessageCenters(*own, log).centerNamed("org.example.Served");
+  const auto reply = asking->sendMessageAndReceiveReplyName("ask", {{"key", "value"}});
+  asking->sendMessageName("stop");
+  ASSERT_TRUE(reply);
+  EXPECT_EQ(*reply, (Dictionary{{"asked", Dictionary{{"key", "value"}}}}));
+  EXPECT_EQ(order, "");
+  serveUntil([&] { return order.size() == 2; });
+  EXPECT_EQ(order, "cm");
+}
+
+}  // namespace
+}  // namespace wrixel2::platform::linux
