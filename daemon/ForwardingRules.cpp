@@ -1,0 +1,107 @@
+#include "daemon/ForwardingRules.h"
+
+#include <chrono>
+#include <string_view>
+#include <utility>
+
+#include <fmt/format.h>
+
+namespace wrixel2::daemon {
+
+namespace {
+
+constexpr std::string_view kClockApp = "com.apple.mobiletimer";
+constexpr std::string_view kPhoneApp = "com.apple.mobilephone";
+/// The title of the notice that an alarm sleeps, which is no alarm.
+constexpr std::string_view kSnoozingTitle = "Snoozing";
+constexpr std::uint64_t kModePerAppAndSender = 1;
+
+bool isRingingAlarm(const Bulletin& bulletin) {
+  return bulletin.sectionID == kClockApp && bulletin.title && *bulletin.title != kSnoozingTitle;
+}
+
+/// Senders that are both absent are different ones on purpose: who sent the notification is then
+/// not known, and it is better shown.
+bool isSameSender(const std::optional<std::string>& one, const std::optional<std::string>& other) {
+  return one && other && *one == *other;
+}
+
+bool isWithinQuietTime(const Bulletin& bulletin, const Settings& settings,
+                       platform::MonotonicTime now, const ForwardingHistory& history) {
+  const auto last = history.find(bulletin.sectionID);
+  if (last == history.end()) {
+    return false;
+  }
+  if (settings.mode == kModePerAppAndSender &&
+      !isSameSender(last->second.sender(), bulletin.sender)) {
+    return false;
+  }
+  const auto elapsed = std::chrono::floor<std::chrono::seconds>(now - last->second.moment());
+  return static_cast<std::uint64_t>(elapsed.count()) < settings.timeout;
+}
+
+ForwardingRule decidingRule(const Bulletin& bulletin, const Settings& settings,
+                            const ForwardingCircumstances& circumstances,
+                            const ForwardingHistory& history) {
+  // An alarm wakes its owner: it passes Do Not Disturb, the lock rule and the quiet time on
+  // purpose.
+  if (settings.enabled && settings.alarmSwitch && isRingingAlarm(bulletin)) {
+    return ForwardingRule::enhancedAlarm;
+  }
+  if (!settings.enabled) {
+    return ForwardingRule::disabled;
+  }
+  if (settings.doNotDisturb && circumstances.dndActive) {
+    return ForwardingRule::doNotDisturb;
+  }
+  if (settings.onlyLocked && !circumstances.deviceLocked) {
+    return ForwardingRule::onlyLocked;
+  }
+  if (bulletin.sectionID == kPhoneApp) {
+    return ForwardingRule::phoneApp;
+  }
+  if (bulletin.sectionID == kClockApp && !bulletin.title) {
+    return ForwardingRule::clockWithoutTitle;
+  }
+  if (settings.doNotAnnoy && isWithinQuietTime(bulletin, settings, circumstances.now, history)) {
+    return ForwardingRule::doNotAnnoy;
+  }
+  return ForwardingRule::forward;
+}
+
+}  // namespace
+
+BandAlert enhancedAlarmAlert() { return {.repeat = 20, .icon = 27, .pattern = 8, .text = {}}; }
+
+BandAlert callAlert(std::optional<std::string> text) {
+  return {.repeat = 2, .icon = 29, .pattern = 8, .text = std::move(text)};
+}
+
+ForwardingDecision decideForwarding(const Bulletin& bulletin, const Settings& settings,
+                                    const ForwardingCircumstances& circumstances,
+                                    const ForwardingHistory& history,
+                                    const platform::Logger& logger) {
+  ForwardingDecision decision{.rule = decidingRule(bulletin, settings, circumstances, history),
+                              .alert = {}};
+  if (decision.rule == ForwardingRule::enhancedAlarm) {
+    decision.alert = enhancedAlarmAlert();
+  } else if (decision.rule == ForwardingRule::forward) {
+    decision.alert = alertOfApp(
+        settings, bulletin.sectionID,
+        bulletin.title ? fmt::format("{}:{}", *bulletin.title, bulletin.message) : bulletin.message,
+        logger);
+  }
+  return decision;
+}
+
+BandAlert alertOfApp(const Settings& settings, std::string_view sectionID, std::string text,
+                     const platform::Logger& logger) {
+  const auto app = settings.alertOfApp(sectionID, logger);
+  BandAlert alert{.repeat = app.repeat, .icon = app.icon, .pattern = app.pattern, .text = {}};
+  if (app.preview) {
+    alert.text = std::move(text);
+  }
+  return alert;
+}
+
+}  // namespace wrixel2::daemon

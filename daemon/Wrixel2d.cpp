@@ -1,0 +1,395 @@
+#include "daemon/Wrixel2d.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "daemon/CheckedDictionary.h"
+#include "daemon/InfoPlistPatch.h"
+#include "daemon/MoveWindow.h"
+#include "protocol/MBBLE/MBCentralManager.h"
+#include "protocol/MBBLE/MBPeripheral.h"
+#include "protocol/MBModel/MBActivityModel.h"
+#include "protocol/MBModel/MBBatteryInfoModel.h"
+
+namespace wrixel2::daemon {
+
+namespace {
+
+/// From this version on the shell needs the usage descriptions in its Info.plist.
+constexpr float kVersionWithUsageDescriptions = 10.0F;
+constexpr std::uint64_t kConnectedUnlessDoNotDisturb = 2;
+
+/// The leading number: "10.3.1" is 10.3, a text without one 0. The C locale is in force.
+float versionNumber(const std::string& version) { return std::strtof(version.c_str(), nullptr); }
+
+std::string_view nameOfState(mbble::SessionState state) {
+  switch (state) {
+    case mbble::SessionState::poweredOff:
+      return "off";
+    case mbble::SessionState::idle:
+      return "idle";
+    case mbble::SessionState::connecting:
+      return "connecting";
+    case mbble::SessionState::connected:
+      return "connected";
+    case mbble::SessionState::scanning:
+    case mbble::SessionState::scanResult:
+      return "scanning";
+  }
+  return "off";
+}
+
+std::int64_t unixSeconds(const std::optional<platform::Date>& date) {
+  return date ? std::chrono::floor<std::chrono::seconds>(*date).time_since_epoch().count() : 0;
+}
+
+}  // namespace
+
+platform::Result<std::shared_ptr<Wrixel2d>> Wrixel2d::sharedManager(
+    const platform::Platform& platform, MiBandFactory makeBand) {
+  // Held weakly: what the controller holds on to must go before the platform does.
+  static std::weak_ptr<Wrixel2d> shared;
+  if (auto existing = shared.lock()) {
+    return existing;
+  }
+  auto made = create(platform, std::move(makeBand));
+  if (made) {
+    shared = *made;
+  }
+  return made;
+}
+
+platform::Result<std::shared_ptr<Wrixel2d>> Wrixel2d::create(const platform::Platform& platform,
+                                                             MiBandFactory makeBand) {
+  std::shared_ptr<Wrixel2d> daemon(new Wrixel2d(platform, std::move(makeBand)));
+  if (auto error = daemon->init()) {
+    return std::move(*error);
+  }
+  return daemon;
+}
+
+Wrixel2d::Wrixel2d(const platform::Platform& platform, MiBandFactory makeBand)
+    : platform_(platform),
+      logger_(platform.log, "main"),
+      makeBand_(std::move(makeBand)),
+      companion_(platform.messageCenters, logger_),
+      scheduler_(platform, logger_, state_, companion_, [this] { updateStatus(); }) {}
+
+platform::ErrorOrNone Wrixel2d::init() {
+  if (auto error = registerForNotifications()) {
+    return error;
+  }
+  const auto& version = platform_.systemInfo.systemVersion;
+  logger_.info(fmt::format("Starting Wrixel2d on iOS version: {}", version));
+  if (versionNumber(version) >= kVersionWithUsageDescriptions) {
+    patchInfoPlist(platform_, logger_);
+  }
+  addDarwinObservers();
+  addDistributedObservers();
+  status_ = std::make_unique<StatusObject>(platform_, logger_);
+  updateStatus();
+  platform_.serviceManager.notifyReady();
+  return std::nullopt;
+}
+
+platform::ErrorOrNone Wrixel2d::registerForNotifications() {
+  center_ = platform_.messageCenters.centerNamed("org.corvale.wrixel2dIpc");
+  if (auto error = center_->runServer()) {
+    return error;
+  }
+  using Handler = void (Wrixel2d::*)(const platform::Dictionary&);
+  const auto serve = [this](std::string_view message, Handler handler) {
+    center_->registerForMessageName(
+        message, [this, handler](std::string_view, const platform::Dictionary& userInfo) {
+          (this->*handler)(userInfo);
+        });
+  };
+  serve("bulletinRequest", &Wrixel2d::handleBulletinRequest);
+  serve("stopVibration", &Wrixel2d::handleStopVibrationRequest);
+  serve("DND", &Wrixel2d::handleDndChange);
+  serve("appChanged", &Wrixel2d::handleVibrationTesting);
+  serve("phoneCall", &Wrixel2d::handlePhonecall);
+  serve("letUsStart", &Wrixel2d::handleStartRequest);
+  return std::nullopt;
+}
+
+void Wrixel2d::addDarwinObservers() {
+  using platform::SuspensionBehavior;
+  const auto observe = [this](std::string_view name, SuspensionBehavior behavior,
+                              void (Wrixel2d::*handler)()) {
+    observations_.push_back(platform_.darwinNotifyCenter.addObserver(
+        name, behavior, [this, handler](std::string_view) { (this->*handler)(); }));
+  };
+  const auto preferences = [&observe](const char* suffix, void (Wrixel2d::*handler)()) {
+    observe(std::string("org.corvale.wrixel2prefs.preferencechanged").append(suffix),
+            SuspensionBehavior::coalesce, handler);
+  };
+  preferences("", &Wrixel2d::preferencesChanged);
+  preferences("/hk", &Wrixel2d::reloadSettings);
+  preferences("/measure", &Wrixel2d::measureOnDemand);
+  preferences("/hkInterval", &Wrixel2d::hrIntervalChanged);
+  preferences("/move", &Wrixel2d::reloadMoveSettings);
+  preferences("/continuous", &Wrixel2d::continuousHrChanged);
+  preferences("/stopwatchChanged", &Wrixel2d::stopwatchChanged);
+
+  const auto observeAtOnce = [&observe](std::string_view name, void (Wrixel2d::*handler)()) {
+    observe(name, SuspensionBehavior::deliverImmediately, handler);
+  };
+  observeAtOnce("com.apple.springboard.lockcomplete", &Wrixel2d::lockComplete);
+  observeAtOnce("com.apple.springboard.lockstate", &Wrixel2d::lockStateChanged);
+  observeAtOnce("org.corvale.wrixel2.lockToCurrentBand", &Wrixel2d::lockToCurrentBand);
+  observeAtOnce("org.corvale.wrixel2.removeLock", &Wrixel2d::removeBandLock);
+}
+
+void Wrixel2d::addDistributedObservers() {
+  using Handler = void (MeasurementScheduler::*)(const platform::Dictionary&);
+  const auto observe = [this](std::string_view name, Handler handler) {
+    observations_.push_back(platform_.distributedNotificationCenter.addObserver(
+        name, [this, handler](const platform::Notification& notification) {
+          (scheduler_.*handler)(notification.userInfo);
+        }));
+  };
+  observe("org.corvale.wrixel2.measure", &MeasurementScheduler::measureHrNotification);
+  observe("org.corvale.wrixel2.steps", &MeasurementScheduler::measureStepsNotification);
+  observe("org.corvale.wrixel2.stopwatch", &MeasurementScheduler::stopWatchStop);
+}
+
+// Messages of the shell companion ----------------------------------------------------------------
+
+void Wrixel2d::handleBulletinRequest(const platform::Dictionary& userInfo) {
+  const CheckedDictionary entries(userInfo, "bulletinRequest", logger_);
+  auto sectionID = entries.text("sectionID");
+  if (!sectionID) {
+    logger_.warning("Dropping a bulletinRequest without sectionID");
+    return;
+  }
+  const Bulletin bulletin{.sectionID = std::move(*sectionID),
+                          .title = entries.text("title"),
+                          .message = entries.text("message").value_or(""),
+                          .sender = entries.text("sender")};
+  const auto now = platform_.clock.monotonicNow();
+  const auto decision = decideForwarding(
+      bulletin, state_.settings,
+      {.dndActive = state_.dndActive, .deviceLocked = state_.deviceLocked, .now = now}, history_,
+      logger_);
+  if (decision.rule == ForwardingRule::enhancedAlarm) {
+    logger_.info("Triggering an alarm in an enhanced mode ...");
+  } else if (decision.rule == ForwardingRule::forward) {
+    if (state_.settings.doNotAnnoy) {
+      history_.insert_or_assign(bulletin.sectionID,
+                                MsgInfo(bulletin.sender, platform_.clock.now(), now));
+    }
+    logger_.info(fmt::format("#Forwaring: {}", bulletin.sectionID));
+  }
+  if (decision.alert) {
+    notifyBand(*decision.alert);
+  }
+}
+
+void Wrixel2d::handleStopVibrationRequest(const platform::Dictionary&) {
+  if (state_.band) {
+    state_.band->stopVibration();
+  }
+}
+
+void Wrixel2d::handleDndChange(const platform::Dictionary& userInfo) {
+  state_.dndActive =
+      CheckedDictionary(userInfo, "DND", logger_).boolean("DNDEnabled").value_or(false);
+  applyConnectedMode();
+}
+
+void Wrixel2d::handleVibrationTesting(const platform::Dictionary& userInfo) {
+  const auto app = CheckedDictionary(userInfo, "appChanged", logger_).text("appInfo");
+  if (!app) {
+    logger_.warning("Ignoring an appChanged without appInfo");
+    return;
+  }
+  notifyBand(alertOfApp(state_.settings, *app, "Sender:SomeText", logger_));
+}
+
+void Wrixel2d::handlePhonecall(const platform::Dictionary& userInfo) {
+  if (!state_.settings.enabled || state_.isQuiet()) {
+    return;
+  }
+  const CheckedDictionary entries(userInfo, "phoneCall", logger_);
+  if (entries.contains("newCall")) {
+    notifyBand(callAlert(entries.text("text")));
+  } else if (entries.contains("callHanged") && state_.band) {
+    state_.band->stopVibration();
+  }
+}
+
+void Wrixel2d::handleStartRequest(const platform::Dictionary&) {
+  reloadSettings();
+  applyEnabledState();
+}
+
+void Wrixel2d::notifyBand(const BandAlert& alert) {
+  if (state_.band) {
+    state_.band->notifyMiWithRepeat(alert.repeat, alert.icon, alert.pattern, alert.text);
+  }
+}
+
+// Settings ---------------------------------------------------------------------------------------
+
+void Wrixel2d::preferencesChanged() {
+  reloadSettings();
+  applyEnabledState();
+}
+
+void Wrixel2d::reloadSettings() {
+  state_.settings = Settings::fromDictionary(companion_.prefsDict(), logger_);
+}
+
+void Wrixel2d::reloadMoveSettings() {
+  // The other values stay as they are until everything is read again.
+  auto& settings = state_.settings;
+  settings.snapshot = companion_.prefsDict();
+  const auto old =
+      std::exchange(settings.move, MoveSettings::fromDictionary(settings.snapshot, logger_));
+  const auto fault = moveWindowFault(settings.move);
+  if (fault != MoveWindowFault::none) {
+    logger_.error(invalidStepConfiguration(settings.move));
+    companion_.alertUser("Invalid Move Reminder configuration!",
+                         fault == MoveWindowFault::sameHours
+                             ? "'Remind From' and 'Remind Till' shouldn't be the same."
+                             : "'Remind Period' value exceeds Move Reminder time slot.");
+  }
+  // Also with a faulty window: the scheduler refuses it, and the old one no longer counts.
+  scheduler_.moveSettingsChanged(old);
+}
+
+void Wrixel2d::hrIntervalChanged() {
+  reloadSettings();
+  scheduler_.hrIntervalChanged();
+}
+
+void Wrixel2d::continuousHrChanged() {
+  reloadSettings();
+  scheduler_.continuousHrChanged();
+}
+
+void Wrixel2d::stopwatchChanged() {
+  reloadSettings();
+  scheduler_.stopwatchChanged();
+}
+
+void Wrixel2d::measureOnDemand() { scheduler_.measureOnDemand(); }
+
+// The band service -------------------------------------------------------------------------------
+
+void Wrixel2d::applyEnabledState() {
+  if (!state_.settings.enabled) {
+    scheduler_.stop();
+    if (state_.band) {
+      state_.band->disconnectMi();
+    }
+    state_.started = false;
+    return;
+  }
+  if (!state_.started) {
+    startBandService();
+  }
+  applyConnectedMode();
+}
+
+void Wrixel2d::startBandService() {
+  if (!state_.band) {
+    state_.band = makeBand_();
+    state_.band->manager()->setStatusObserver([weak = weak_from_this()] {
+      if (const auto self = weak.lock()) {
+        self->updateStatus();
+      }
+    });
+    updateStatus();
+  }
+  state_.started = true;
+  scheduler_.start();
+  const auto path = companion_.miFitBasePath();
+  logger_.info(fmt::format("path: {}", platform::description(path)));
+  if (!path || path->empty()) {
+    companion_.alertUser(
+        "Wrixel2 warning",
+        "MiFit app not found. Please install it and log in. It's needed to fetch some MiBand2 "
+        "config data. You don't have to use it, but it should be installed in order to use the "
+        "tweak.");
+  }
+}
+
+void Wrixel2d::applyConnectedMode() {
+  const auto mode = state_.settings.connectedMode;
+  const bool isOn = mode == kConnectedUnlessDoNotDisturb ? !state_.dndActive : mode != 0;
+  if (state_.band) {
+    state_.band->connectedMode(isOn);
+  }
+}
+
+void Wrixel2d::endLinks() {
+  if (state_.band) {
+    state_.band->disconnectMi();
+  }
+}
+
+// Lock tracking ----------------------------------------------------------------------------------
+// "lockcomplete" comes only when the phone locks; "lockstate" when it locks (after that) and when
+// it unlocks.
+
+void Wrixel2d::lockComplete() {
+  state_.deviceLocked = true;
+  state_.lockCompleteSeen = true;
+}
+
+void Wrixel2d::lockStateChanged() {
+  if (std::exchange(state_.lockCompleteSeen, false)) {
+    return;
+  }
+  state_.deviceLocked = false;
+  if (!state_.started) {
+    reloadSettings();
+    applyEnabledState();
+  }
+}
+
+void Wrixel2d::lockToCurrentBand() {
+  if (state_.band) {
+    state_.band->lockToMac();
+  }
+}
+
+void Wrixel2d::removeBandLock() {
+  if (state_.band) {
+    state_.band->removeLock();
+  }
+}
+
+// Status -----------------------------------------------------------------------------------------
+
+void Wrixel2d::updateStatus() {
+  if (!status_) {
+    return;
+  }
+  DaemonStatus status;
+  status.nextMeasurement = unixSeconds(scheduler_.nextMeasurement());
+  status.nextStepCheck = unixSeconds(scheduler_.nextStepReading());
+  if (state_.band) {
+    const auto& manager = *state_.band->manager();
+    status.state = nameOfState(manager.state());
+    status.lockedTo = manager.macToLock();
+    if (const auto band =
+            std::static_pointer_cast<mbble::MBPeripheral>(manager.peripheralAtIndex(0))) {
+      status.band = band->mac();
+      status.initialized = band->isInitialized();
+      status.battery =
+          band->batteryInfo() ? static_cast<std::uint8_t>(band->batteryInfo()->level()) : 0;
+      status.steps = band->activity() ? static_cast<std::uint32_t>(band->activity()->steps()) : 0;
+    }
+  }
+  status_->setStatus(std::move(status));
+}
+
+}  // namespace wrixel2::daemon
