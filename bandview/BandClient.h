@@ -1,0 +1,52 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "bandview/View.h"
+#include "platform/linux/SdBus.h"
+
+namespace wrixel2::bandview {
+
+/// What the virtual band on the bus reports.
+struct BandEvents {
+  std::function<void()> changed;  ///< what state() gives
+  std::function<void(const Displayed& displayed)> displayed;
+  /// Milliseconds, milliseconds and how often.
+  std::function<void(unsigned on, unsigned off, unsigned count)> vibrated;
+  std::function<void()> written;
+};
+
+/// Follows the virtual band: while it is there, its state and what it does.
+class BandClient {
+ public:
+  /// The bus outlives the client.
+  static platform::Result<std::unique_ptr<BandClient>> start(platform::linux::BusConnection& bus,
+                                                             BandEvents events);
+
+  /// None while no band is on the bus, or before its first answer.
+  const std::optional<BandState>& state() const { return state_; }
+
+  /// Asks for all properties anew: the band does not announce that its clock runs.
+  void refresh();
+
+ private:
+  BandClient(platform::linux::BusConnection& bus, BandEvents events)
+      : bus_(bus), events_(std::move(events)) {}
+
+  platform::ErrorOrNone observe();
+  void ownerChanged(const platform::linux::BusMessage& message);
+  void received(const platform::linux::BusMessage& message);
+  void propertiesChanged(const platform::Array& arguments);
+  void gone();
+
+  platform::linux::BusConnection& bus_;
+  BandEvents events_;
+  std::optional<BandState> state_;
+  platform::linux::BusSlot ownerChanges_;
+  platform::linux::BusSlot signals_;
+  platform::linux::BusSlot pending_;
+};
+
+}  // namespace wrixel2::bandview

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "bandview/BandClient.h"
+#include "bandview/NotificationServer.h"
+#include "bandview/Terminal.h"
+#include "bandview/Vibration.h"
+#include "bandview/View.h"
+#include "platform/Clock.h"
+#include "platform/RunLoop.h"
+
+namespace wrixel2::bandview {
+
+/// The band on the terminal, until the loop is stopped. It draws when something happens; while the
+/// band vibrates also in between, and once a minute for the band's clock.
+class LiveView {
+ public:
+  /// All of them outlive the view.
+  LiveView(platform::linux::LinuxRunLoop& loop, const platform::Clock& clock,
+           platform::linux::BusConnection& bus);
+
+  /// Takes the terminal over and follows the band. Fails with a sentence for the user.
+  platform::ErrorOrNone start();
+
+ private:
+  void addEvent(std::string_view event);
+  void showDisplayed(const Displayed& displayed);
+  void vibrate(unsigned on, unsigned off, unsigned count);
+  void shake();
+  void redrawSoon();
+  void draw();
+
+  platform::linux::LinuxRunLoop& loop_;
+  const platform::Clock& clock_;
+  platform::linux::BusConnection& bus_;
+  View view_;
+  Vibration vibration_;
+  bool redrawPending_ = false;
+  std::unique_ptr<Terminal> terminal_;
+  std::unique_ptr<BandClient> band_;
+  std::unique_ptr<NotificationServer> notifications_;
+  std::unique_ptr<platform::Timer> shakeTimer_;
+  std::unique_ptr<platform::Timer> clockTimer_;
+};
+
+}  // namespace wrixel2::bandview

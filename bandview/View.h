@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/Bytes.h"
+
+namespace wrixel2::bandview {
+
+/// What the band says of itself.
+struct BandState {
+  std::string link;  ///< "disconnected", "connected" or "authenticated"
+  std::string address;
+  int battery = 0;  ///< per cent
+  std::uint32_t steps = 0;
+  std::uint32_t distance = 0;  ///< metres
+  std::uint32_t calories = 0;  ///< kilocalories
+  platform::Bytes clock;       ///< as its characteristic has it
+  bool isInRange = true;
+};
+
+/// What stands on the band's screen.
+struct Displayed {
+  platform::Bytes icon;
+  std::string text;
+};
+
+/// Everything that is drawn.
+struct View {
+  std::optional<BandState> band;  ///< none: there is no virtual band on the bus
+  std::optional<Displayed> displayed;
+  std::string vibration;            ///< the pattern in words; empty without one
+  bool isVibrating = false;         ///< the motor runs at this moment
+  bool leansRight = false;          ///< which way a running motor has shaken the band
+  std::vector<std::string> events;  ///< newest last
+  std::vector<std::string> hints;   ///< how to send something
+};
+
+struct TerminalSize {
+  int columns = 80;
+  int rows = 24;
+};
+
+}  // namespace wrixel2::bandview

@@ -1,0 +1,104 @@
+#include "companion/Companion.h"
+
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "companion/DoNotDisturbSource.h"
+#include "companion/GlobalKeys.h"
+#include "companion/LockSource.h"
+#include "companion/UserAlertPresenter.h"
+
+namespace wrixel2::companion {
+
+namespace {
+
+using platform::Dictionary;
+
+constexpr std::string_view kCenterName = "org.corvale.wrixel2Ipc";
+constexpr std::string_view kDaemonCenterName = "org.corvale.wrixel2dIpc";
+constexpr std::string_view kLockComplete = "com.apple.springboard.lockcomplete";
+constexpr std::string_view kLockState = "com.apple.springboard.lockstate";
+
+}  // namespace
+
+Companion::Companion(CompanionSurroundings surroundings, const std::string& settingsPath,
+                     std::string miFitPath)
+    : surroundings_(surroundings),
+      logger_(surroundings.log, "Companion"),
+      settings_(surroundings.files, surroundings.log, settingsPath),
+      filter_(surroundings.clock),
+      miFitPath_(std::move(miFitPath)),
+      center_(surroundings.messageCenters.centerNamed(kCenterName)),
+      daemonCenter_(surroundings.messageCenters.centerNamed(kDaemonCenterName)) {}
+
+platform::ErrorOrNone Companion::serve() {
+  // Before the first question can come: a daemon that runs already asks as soon as it sees us.
+  settings_.load();
+  registerMessages();
+  return center_->runServer();
+}
+
+void Companion::registerMessages() {
+  center_->registerForMessageNameWithReply(
+      "getPrefsDict", [this](std::string_view, const Dictionary&) { return answerPrefs(); });
+  center_->registerForMessageNameWithReply("appInfo", [this](std::string_view, const Dictionary&) {
+    return Dictionary{{"MiFitBasePath", miFitPath_}};
+  });
+  center_->registerForMessageName(
+      "alertUser",
+      [this](std::string_view, const Dictionary& userInfo) { showUserAlert(userInfo); });
+  center_->registerForMessageName("writeHeartRate", [this](std::string_view, const Dictionary&) {
+    logger_.warning("A heart rate was measured but not stored: there is no health store");
+  });
+  center_->registerForMessageName("buttonPressed", [this](std::string_view, const Dictionary&) {
+    logger_.info("The band's button was pressed");
+  });
+}
+
+void Companion::introduceToDaemon() {
+  knownPrefs_.clear();
+  daemonCenter_->sendMessageName("DND", {{"DNDEnabled", surroundings_.doNotDisturb.isActive()}});
+  if (surroundings_.lock.isLocked()) {
+    surroundings_.darwinNotifyCenter.post(kLockComplete);
+  }
+  surroundings_.darwinNotifyCenter.post(kLockState);
+  daemonCenter_->sendMessageName("letUsStart");
+}
+
+void Companion::settingsFileChanged() {
+  for (const std::string_view name : settings_.load()) {
+    surroundings_.darwinNotifyCenter.post(name);
+  }
+}
+
+void Companion::appNotified(const AppNotification& notification) {
+  if (!filter_.passes(notification)) {
+    return;
+  }
+  settings_.noteApp(notification.app);
+  const std::string key = iconKey(notification.app);
+  Dictionary prefs = settings_.prefs();
+  if (prefs.contains(key) && !knownPrefs_.contains(key)) {
+    knownPrefs_ = std::move(prefs);
+    surroundings_.darwinNotifyCenter.post(notificationName(Announcement::hk));
+  }
+  daemonCenter_->sendMessageName("bulletinRequest", bulletinUserInfo(notification));
+}
+
+Dictionary Companion::answerPrefs() {
+  knownPrefs_ = settings_.prefs();
+  return knownPrefs_;
+}
+
+void Companion::showUserAlert(const Dictionary& userInfo) {
+  const auto title = platform::textForKey(userInfo, "title");
+  const auto message = platform::textForKey(userInfo, "message");
+  if (!title && !message) {
+    logger_.warning("An alert for the user without a title and a message was dropped");
+    return;
+  }
+  surroundings_.userAlerts.present(title.value_or(""), message.value_or(""));
+}
+
+}  // namespace wrixel2::companion

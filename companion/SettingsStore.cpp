@@ -1,0 +1,50 @@
+#include "companion/SettingsStore.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include <fmt/format.h>
+
+#include "companion/PreferenceChanges.h"
+#include "companion/SettingsParser.h"
+
+namespace wrixel2::companion {
+
+std::vector<std::string_view> SettingsStore::load() {
+  const auto contents = files_.contentsAtPath(path_);
+  if (!contents) {
+    if (contents.error().code == ENOENT) {
+      logger_.info(fmt::format("No settings file {}: the settings stay as they are", path_));
+    } else {
+      logger_.error(fmt::format("{}: {}", path_, contents.error().localizedDescription));
+    }
+    return {};
+  }
+  ParsedSettings parsed = parseSettings(
+      std::string_view(reinterpret_cast<const char*>(contents->data()), contents->size()));
+  for (const SettingsProblem& warning : parsed.warnings) {
+    logger_.warning(fmt::format("{}:{}: {}", path_, warning.line, warning.message));
+  }
+  if (!parsed.errors.empty()) {
+    for (const SettingsProblem& error : parsed.errors) {
+      logger_.error(fmt::format("{}:{}: {}", path_, error.line, error.message));
+    }
+    logger_.warning(fmt::format("{} is not used; the last good settings stay in force", path_));
+    return {};
+  }
+  const platform::Dictionary before = prefs();
+  settings_ = std::move(parsed.settings);
+  return preferenceChanges(before, prefs());
+}
+
+void SettingsStore::noteApp(const std::string& app) {
+  if (std::find(seenApps_.begin(), seenApps_.end(), app) != seenApps_.end()) {
+    return;
+  }
+  if (seenApps_.size() == kMostSeenApps) {
+    seenApps_.erase(seenApps_.begin());
+  }
+  seenApps_.push_back(app);
+}
+
+}  // namespace wrixel2::companion

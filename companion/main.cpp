@@ -1,0 +1,135 @@
+/// wrixel2-companion: the daemon's partner in the phone's shell.
+
+#include <cstdio>
+#include <filesystem>
+#include <string>
+#include <system_error>
+
+#include <CLI/CLI.hpp>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "companion/BusNotificationMonitor.h"
+#include "companion/Companion.h"
+#include "companion/CompanionPaths.h"
+#include "companion/DaemonWatch.h"
+#include "companion/DesktopUserAlerts.h"
+#include "companion/DoNotDisturbSource.h"
+#include "companion/LockSource.h"
+#include "companion/SettingsFileWatch.h"
+#include "platform/linux/LinuxPlatform.h"
+
+namespace {
+
+using namespace wrixel2;
+
+constexpr int kCannotStart = 1;
+constexpr int kBadUsage = 2;
+
+struct Options {
+  std::string config;  ///< empty: the standard place
+  std::string log;     ///< empty: by what standard error is
+  bool logPrivate = false;
+};
+
+int fail(const std::string& message) {
+  std::fprintf(stderr, "wrixel2-companion: %s\n", message.c_str());
+  return kCannotStart;
+}
+
+/// So that a first settings file is noticed.
+platform::ErrorOrNone makeDirectoryOf(const std::string& file) {
+  ::umask(077);
+  const std::filesystem::path directory = std::filesystem::path(file).parent_path();
+  std::error_code error;
+  std::filesystem::create_directories(directory, error);
+  if (error) {
+    return platform::errorFromErrno(error.value(), "cannot make " + directory.string());
+  }
+  return std::nullopt;
+}
+
+int run(const Options& options) {
+  const auto paths = companion::CompanionPaths::standard();
+  if (!paths) {
+    return fail(paths.error().localizedDescription);
+  }
+  std::string settingsFile = paths->settingsFile;
+  if (!options.config.empty()) {
+    settingsFile = std::filesystem::absolute(options.config).lexically_normal().string();
+  } else if (const auto error = makeDirectoryOf(settingsFile)) {
+    return fail(error->localizedDescription);
+  }
+
+  platform::linux::LinuxPlatformOptions platformOptions;
+  platformOptions.tag = "wrixel2-companion";
+  const bool toStandardError =
+      options.log.empty() ? ::isatty(STDERR_FILENO) == 1 : options.log == "stderr";
+  platformOptions.logTarget = toStandardError ? platform::linux::LogTarget::standardError
+                                              : platform::linux::LogTarget::systemLog;
+  platformOptions.showsPrivate = options.logPrivate;
+  auto created = platform::linux::LinuxPlatform::create(platformOptions);
+  if (!created) {
+    return fail(created.error().localizedDescription);
+  }
+  platform::linux::LinuxPlatform& phone = **created;
+  phone.runLoop().onTerminationSignal([&phone] { phone.runLoop().stop(0); });
+
+  const companion::NoDoNotDisturbSource doNotDisturb;
+  const companion::NoLockSource lock;
+  companion::DesktopUserAlerts userAlerts(phone.sessionBus(), phone.log());
+  companion::Companion shell({phone.messageCenters(), phone.darwinNotifyCenter(), phone.clock(),
+                              phone.log(), phone.fileManager(), doNotDisturb, lock, userAlerts},
+                             settingsFile, paths->miFit);
+
+  // What can be missed is watched before it is read, and the name comes last: whoever sees it can
+  // count on everything.
+  const auto fileWatch = companion::SettingsFileWatch::start(
+      phone.runLoop(), settingsFile, [&shell] { shell.settingsFileChanged(); });
+  if (!fileWatch) {
+    return fail(fileWatch.error().localizedDescription);
+  }
+  const auto monitor = companion::BusNotificationMonitor::start(
+      phone.runLoop(), phone.log(), phone.sessionBus().uniqueName(),
+      [&shell](const companion::AppNotification& notification) {
+        shell.appNotified(notification);
+      });
+  if (!monitor) {
+    // Settings, the pairing key and alerts are served all the same.
+    platform::Logger(phone.log(), "main")
+        .error("Notifications of apps cannot be seen: " + monitor.error().localizedDescription);
+  }
+  if (const auto error = shell.serve()) {
+    return fail(error->localizedDescription);
+  }
+  const auto daemonWatch =
+      companion::DaemonWatch::start(phone.sessionBus(), [&shell] { shell.introduceToDaemon(); });
+  if (!daemonWatch) {
+    return fail(daemonWatch.error().localizedDescription);
+  }
+  return phone.runLoop().run();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  CLI::App app("Answers the wrixel2d daemon's questions and tells it what happens on the phone.",
+               "wrixel2-companion");
+  app.set_version_flag("--version", "wrixel2-companion " WRIXEL2_VERSION);
+  app.add_option("--config", options.config, "settings file")
+      ->type_name("FILE")
+      ->default_str("$XDG_CONFIG_HOME/wrixel2/settings.toml");
+  app.add_option("--log", options.log, "where log lines go (default: stderr on a terminal)")
+      ->check(CLI::IsMember({"syslog", "stderr"}));
+  app.add_flag("--log-private", options.logPrivate, "show private texts in the log");
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::Success& done) {
+    return app.exit(done);
+  } catch (const CLI::ParseError& error) {
+    std::fprintf(stderr, "wrixel2-companion: %s (try --help)\n", error.what());
+    return kBadUsage;
+  }
+  return run(options);
+}
