@@ -1,5 +1,6 @@
 #include "companion/Companion.h"
 
+#include <cerrno>
 #include <utility>
 
 #include <fmt/format.h>
@@ -8,6 +9,7 @@
 #include "companion/GlobalKeys.h"
 #include "companion/LockSource.h"
 #include "companion/UserAlertPresenter.h"
+#include "protocol/MBBLE/MBHealthKitManager.h"
 
 namespace wrixel2::companion {
 
@@ -48,9 +50,9 @@ void Companion::registerMessages() {
   center_->registerForMessageName(
       "alertUser",
       [this](std::string_view, const Dictionary& userInfo) { showUserAlert(userInfo); });
-  center_->registerForMessageName("writeHeartRate", [this](std::string_view, const Dictionary&) {
-    logger_.warning("A heart rate was measured but not stored: there is no health store");
-  });
+  center_->registerForMessageNameWithReply(
+      "writeHeartRate",
+      [this](std::string_view, const Dictionary& userInfo) { return storeHeartRate(userInfo); });
   center_->registerForMessageName("buttonPressed", [this](std::string_view, const Dictionary&) {
     logger_.info("The band's button was pressed");
   });
@@ -99,6 +101,26 @@ void Companion::showUserAlert(const Dictionary& userInfo) {
     return;
   }
   surroundings_.userAlerts.present(title.value_or(""), message.value_or(""));
+}
+
+platform::Result<Dictionary> Companion::storeHeartRate(const Dictionary& userInfo) {
+  const auto* heartRate = platform::find(userInfo, "heartRate");
+  if (heartRate == nullptr || !heartRate->isScalar()) {
+    logger_.warning("A writeHeartRate without a number \"heartRate\" was dropped");
+    return platform::Error{EINVAL, "\"heartRate\" has to be a number"};
+  }
+  platform::ErrorOrNone failure;
+  surroundings_.healthKit.writeHeartRate(
+      heartRate->longValue(), [&failure](const platform::ErrorOrNone& error) { failure = error; });
+  if (!failure) {
+    isStoreFailureShown_ = false;
+    return Dictionary();
+  }
+  // Once for each time that it begins to fail: a measurement every few minutes would nag.
+  if (!std::exchange(isStoreFailureShown_, true)) {
+    surroundings_.userAlerts.present("Heart rates are not stored", failure->localizedDescription);
+  }
+  return *failure;
 }
 
 }  // namespace wrixel2::companion

@@ -11,6 +11,10 @@
 #include "platform/MessageCenter.h"
 #include "platform/NotificationCenter.h"
 
+namespace wrixel2::mbble {
+class MBHealthKitManager;
+}
+
 namespace wrixel2::companion {
 
 class DoNotDisturbSource;
@@ -30,6 +34,7 @@ struct CompanionSurroundings {
   const DoNotDisturbSource& doNotDisturb;
   const LockSource& lock;
   UserAlertPresenter& userAlerts;
+  mbble::MBHealthKitManager& healthKit;
 };
 
 /// The daemon's partner in the phone's shell: it answers the daemon's questions for settings and
@@ -59,6 +64,8 @@ class Companion {
   void registerMessages();
   platform::Dictionary answerPrefs();
   void showUserAlert(const platform::Dictionary& userInfo);
+  /// Answers when the rate is durable, or with the error.
+  platform::Result<platform::Dictionary> storeHeartRate(const platform::Dictionary& userInfo);
 
   CompanionSurroundings surroundings_;
   platform::Logger logger_;
@@ -68,6 +75,8 @@ class Companion {
   /// What the daemon has, as far as is known: the dictionary last sent to it, and the one that it
   /// has been told to fetch.
   platform::Dictionary knownPrefs_;
+  /// Whether the owner knows that heart rates are not stored at present.
+  bool isStoreFailureShown_ = false;
   std::unique_ptr<platform::MessageCenter> center_;
   std::unique_ptr<platform::MessageCenter> daemonCenter_;
 };

@@ -18,6 +18,8 @@
 #include "companion/LockSource.h"
 #include "companion/SettingsFileWatch.h"
 #include "platform/linux/LinuxPlatform.h"
+#include "platform/linux/SqliteHealthStore.h"
+#include "protocol/MBBLE/MBHealthKitManager.h"
 
 namespace {
 
@@ -78,9 +80,12 @@ int run(const Options& options) {
   const companion::NoDoNotDisturbSource doNotDisturb;
   const companion::NoLockSource lock;
   companion::DesktopUserAlerts userAlerts(phone.sessionBus(), phone.log());
-  companion::Companion shell({phone.messageCenters(), phone.darwinNotifyCenter(), phone.clock(),
-                              phone.log(), phone.fileManager(), doNotDisturb, lock, userAlerts},
-                             settingsFile, paths->miFit);
+  platform::linux::SqliteHealthStore healthStore(phone.paths().healthDatabase, "MI Band 2");
+  mbble::MBHealthKitManager healthKit(healthStore, phone.systemInfo(), phone.clock(), phone.log());
+  companion::Companion shell(
+      {phone.messageCenters(), phone.darwinNotifyCenter(), phone.clock(), phone.log(),
+       phone.fileManager(), doNotDisturb, lock, userAlerts, healthKit},
+      settingsFile, paths->miFit);
 
   // What can be missed is watched before it is read, and the name comes last: whoever sees it can
   // count on everything.

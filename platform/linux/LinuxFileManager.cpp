@@ -79,22 +79,6 @@ Result<std::filesystem::path> linkTarget(const std::string& path) {
   return fileError(ELOOP, "written", path);
 }
 
-ErrorOrNone makeDirectories(const std::filesystem::path& path) {
-  if (path.empty() || ::mkdir(path.c_str(), kDirectoryMode) == 0 || errno == EEXIST) {
-    return std::nullopt;
-  }
-  if (errno != ENOENT || !path.has_relative_path()) {
-    return fileError(errno, "made", path);
-  }
-  if (auto error = makeDirectories(path.parent_path())) {
-    return error;
-  }
-  if (::mkdir(path.c_str(), kDirectoryMode) != 0 && errno != EEXIST) {
-    return fileError(errno, "made", path);
-  }
-  return std::nullopt;
-}
-
 // A renamed or new entry lasts once its directory is on the disk. Some file systems cannot do
 // that for directories; theirs last anyway or not at all.
 void synchronizeDirectory(const std::filesystem::path& directory) {
@@ -122,6 +106,22 @@ class UnfinishedFile {
 };
 
 }  // namespace
+
+ErrorOrNone makeDirectories(const std::filesystem::path& path) {
+  if (path.empty() || ::mkdir(path.c_str(), kDirectoryMode) == 0 || errno == EEXIST) {
+    return std::nullopt;
+  }
+  if (errno != ENOENT || !path.has_relative_path()) {
+    return fileError(errno, "made", path);
+  }
+  if (auto error = makeDirectories(path.parent_path())) {
+    return error;
+  }
+  if (::mkdir(path.c_str(), kDirectoryMode) != 0 && errno != EEXIST) {
+    return fileError(errno, "made", path);
+  }
+  return std::nullopt;
+}
 
 bool LinuxFileManager::fileExistsAtPath(const std::string& path) const {
   struct stat status{};

@@ -1,8 +1,14 @@
 #pragma once
 
+#include <filesystem>
+
 #include "platform/FileManager.h"
 
 namespace wrixel2::platform::linux {
+
+/// Makes the directory, and those above it, where they are missing: each for the owner alone
+/// (0700).
+ErrorOrNone makeDirectories(const std::filesystem::path& path);
 
 /// The file system. Only regular files are read, written and copied: a directory, device or pipe in
 /// their place is an error, and nothing waits for one.

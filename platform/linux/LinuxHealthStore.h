@@ -6,12 +6,19 @@
 
 namespace wrixel2::platform::linux {
 
-/// The place of the health database; available where the database could be made or is.
+/// Whether the database could be made at the path, or is there and may be written.
+bool isHealthDatabaseUsable(const std::string& path);
+
+/// The health store as a program sees it that adds nothing to it: it tells whether there is one,
+/// and refuses the permission to write. Programs that store samples use SqliteHealthStore, which
+/// costs them the database library.
 class LinuxHealthStore final : public HealthStore {
  public:
   explicit LinuxHealthStore(std::string databasePath) : databasePath_(std::move(databasePath)) {}
 
-  bool isHealthDataAvailable() const override;
+  bool isHealthDataAvailable() const override { return isHealthDatabaseUsable(databasePath_); }
+  void requestAuthorizationToShare(std::string_view type, Completion completion) override;
+  void saveSample(const QuantitySample& sample, Completion completion) override;
 
  private:
   std::string databasePath_;

@@ -57,6 +57,8 @@ class LinuxPlatform {
   Platform platform(BluetoothRadio& radio);
 
   LinuxRunLoop& runLoop() { return runLoop_; }
+  const LinuxPaths& paths() const { return paths_; }
+  const SystemInfo& systemInfo() const { return systemInfo_; }
   Log& log() { return *log_; }
   BusConnection& sessionBus() { return *sessionBus_; }
   FileManager& fileManager() { return files_; }

@@ -15,6 +15,7 @@ wrixel2_build_packages=(
   libplist-dev:lib=libplist-2.0
   nettle-dev:lib=nettle
   libfmt-dev:lib=fmt
+  libsqlite3-dev:lib=sqlite3
   libcli11-dev:lib=CLI11
   libtomlplusplus-dev:lib=tomlplusplus
 )

@@ -9,6 +9,7 @@
 #include "companion/LockSource.h"
 #include "companion/UserAlertPresenter.h"
 #include "platform/simulated/SimulatedPlatform.h"
+#include "protocol/MBBLE/MBHealthKitManager.h"
 
 namespace wrixel2::companion {
 namespace {
@@ -95,6 +96,8 @@ class CompanionTest : public testing::Test {
   FakeDoNotDisturb doNotDisturb_;
   FakeLock lock_;
   FakeUserAlerts userAlerts_;
+  mbble::MBHealthKitManager healthKit_{phone_.healthStore, phone_.systemInfo, phone_.clock,
+                                       phone_.log};
   std::unique_ptr<platform::MessageCenter> daemon_ =
       phone_.messageCenters.centerNamed("org.corvale.wrixel2dIpc");
   /// The daemon's way to the companion.
@@ -104,7 +107,7 @@ class CompanionTest : public testing::Test {
   std::vector<std::string> reached_;
   Dictionary prefs_;
   Companion companion_{{phone_.messageCenters, phone_.darwinNotifyCenter, phone_.clock, phone_.log,
-                        phone_.fileManager, doNotDisturb_, lock_, userAlerts_},
+                        phone_.fileManager, doNotDisturb_, lock_, userAlerts_, healthKit_},
                        kSettings,
                        "/home/anna/.local/share/wrixel2/MiFit"};
 };
@@ -232,13 +235,29 @@ TEST_F(CompanionTest, ShowsTheDaemonsAlerts) {
                                        {"Warning", "No key"}, {"", "No title"}}));
 }
 
-TEST_F(CompanionTest, SaysThatAHeartRateIsNotKept) {
+TEST_F(CompanionTest, AcknowledgesAHeartRateOnceItIsStored) {
   serve();
-  asDaemon_->sendMessageName("writeHeartRate", {{"heartRate", 71}});
-  asDaemon_->sendMessageName("buttonPressed");
-  phone_.runLoop.runUntilIdle();
-  EXPECT_TRUE(phone_.log.contains(LogLevel::warning, "not stored"));
-  EXPECT_TRUE(phone_.log.contains(LogLevel::info, "button"));
+  const auto write = [this](const Dictionary& userInfo) {
+    return static_cast<bool>(asDaemon_->sendMessageAndReceiveReplyName("writeHeartRate", userInfo));
+  };
+  EXPECT_TRUE(write({{"heartRate", 71}}));
+  EXPECT_TRUE(write({{"heartRate", 0}})) << "nothing to store, and nothing failed";
+  EXPECT_FALSE(write({}));
+  EXPECT_FALSE(write({{"heartRate", platform::Array()}}));
+  ASSERT_EQ(phone_.healthStore.samples().size(), 1U);
+  EXPECT_EQ(phone_.healthStore.samples().front().quantity, 71);
+
+  // The owner is told when storing begins to fail, not at every measurement.
+  phone_.healthStore.saveError = platform::Error{28, "the disk is full"};
+  EXPECT_FALSE(write({{"heartRate", 72}}));
+  EXPECT_FALSE(write({{"heartRate", 73}}));
+  phone_.healthStore.saveError.reset();
+  EXPECT_TRUE(write({{"heartRate", 74}}));
+  phone_.healthStore.saveError = platform::Error{28, "the disk is full again"};
+  EXPECT_FALSE(write({{"heartRate", 75}}));
+  EXPECT_EQ(userAlerts_.presented, (std::vector<std::pair<std::string, std::string>>{
+                                       {"Heart rates are not stored", "the disk is full"},
+                                       {"Heart rates are not stored", "the disk is full again"}}));
 }
 
 TEST_F(CompanionTest, FiltersWhatIsNoNews) {

@@ -157,7 +157,8 @@ class DaemonHarness : public testing::Test {
 
   platform::simulated::SimulatedPlatform system;
   FixedKeyProvider keyProvider;
-  mbble::MBHealthKitManager healthKit{system.healthStore, system.systemInfo};
+  mbble::MBHealthKitManager healthKit{system.healthStore, system.systemInfo, system.clock,
+                                      system.log};
   std::optional<FakeCompanion> companion{std::in_place, system.messageCenters};
   std::shared_ptr<mbble::MBCentralManager> manager;
   int bandsMade = 0;

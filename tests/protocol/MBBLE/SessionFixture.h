@@ -82,7 +82,7 @@ class SessionFixture : public testing::Test, private band::BandObserver {
   std::vector<long> watchdogs() const;
 
   platform::simulated::SimulatedPlatform phone;
-  MBHealthKitManager healthKit{phone.healthStore, phone.systemInfo};
+  MBHealthKitManager healthKit{phone.healthStore, phone.systemInfo, phone.clock, phone.log};
   FakeKeyProvider keys;
   std::shared_ptr<band::VirtualBand> band;
   std::shared_ptr<MBCentralManager> manager;

@@ -1,0 +1,175 @@
+#include <cerrno>
+#include <csignal>
+#include <memory>
+#include <string>
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "platform/linux/SqliteHealthStore.h"
+#include "tests/platform/linux/TemporaryDirectory.h"
+
+namespace wrixel2::platform::linux {
+namespace {
+
+QuantitySample heartRate(double value) {
+  const Date now = Date(std::chrono::seconds(1'700'000'000));
+  return {std::string(kHeartRateType), std::string(kCountPerMinute), value, now, now};
+}
+
+class SqliteHealthStoreTest : public testing::Test {
+ protected:
+  static ErrorOrNone save(SqliteHealthStore& store, double value) {
+    ErrorOrNone result = Error{-1, "not called"};
+    store.saveSample(heartRate(value), [&result](const ErrorOrNone& error) { result = error; });
+    return result;
+  }
+
+  /// As another program would: the values, oldest first, or the error.
+  std::string query(const std::string& statement) const {
+    sqlite3* database = nullptr;
+    sqlite3_open_v2(path.c_str(), &database, SQLITE_OPEN_READWRITE, nullptr);
+    std::string text;
+    char* error = nullptr;
+    sqlite3_exec(
+        database, statement.c_str(),
+        [](void* out, int count, char** values, char**) {
+          for (int index = 0; index < count; ++index) {
+            *static_cast<std::string*>(out) += std::string(values[index]) + " ";
+          }
+          return 0;
+        },
+        &text, &error);
+    if (error != nullptr) {
+      text = error;
+      sqlite3_free(error);
+    }
+    sqlite3_close_v2(database);
+    return text;
+  }
+
+  TemporaryDirectory directory;
+  std::string path = directory.path("data/wrixel2/health.sqlite");
+};
+
+TEST_F(SqliteHealthStoreTest, KeepsEverySampleForOtherProgramsToRead) {
+  {
+    SqliteHealthStore store(path, "a band");
+    EXPECT_TRUE(store.isHealthDataAvailable());
+    EXPECT_EQ(save(store, 71), std::nullopt);
+  }
+  SqliteHealthStore again(path, "a band");
+  EXPECT_EQ(save(again, 72.5), std::nullopt);
+  EXPECT_EQ(
+      query("SELECT type, unit, value, start_time, end_time, source FROM sample WHERE id = 1"),
+      "HKQuantityTypeIdentifierHeartRate count/min 71.0 1700000000000000 1700000000000000 a "
+      "band ");
+  EXPECT_EQ(query("SELECT value FROM sample ORDER BY id"), "71.0 72.5 ");
+  EXPECT_EQ(query("PRAGMA journal_mode"), "wal ");
+
+  struct stat status{};
+  ASSERT_EQ(::stat(path.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777U, 0600U) << "health data is the owner's alone";
+}
+
+TEST_F(SqliteHealthStoreTest, WhatWasAcknowledgedSurvivesAKill) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    SqliteHealthStore store(path, "a band");
+    for (int value = 60; value < 65; ++value) {
+      if (save(store, value)) {
+        ::_exit(1);
+      }
+    }
+    ::kill(::getpid(), SIGKILL);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFSIGNALED(status));
+  EXPECT_EQ(query("SELECT value FROM sample ORDER BY id"), "60.0 61.0 62.0 63.0 64.0 ");
+}
+
+TEST_F(SqliteHealthStoreTest, ALockCostsOneSampleAndNoMore) {
+  SqliteHealthStore store(path, "a band");
+  ASSERT_EQ(save(store, 60), std::nullopt);
+  sqlite3* other = nullptr;
+  ASSERT_EQ(sqlite3_open_v2(path.c_str(), &other, SQLITE_OPEN_READWRITE, nullptr), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(other, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
+  const auto error = save(store, 61);
+  ASSERT_TRUE(error);
+  EXPECT_NE(error->localizedDescription.find("another program holds it"), std::string::npos);
+  sqlite3_exec(other, "COMMIT", nullptr, nullptr, nullptr);
+  sqlite3_close_v2(other);
+  EXPECT_EQ(save(store, 62), std::nullopt);
+  EXPECT_EQ(query("SELECT value FROM sample ORDER BY id"), "60.0 62.0 ");
+}
+
+TEST_F(SqliteHealthStoreTest, AFullDatabaseKeepsWhatItHas) {
+  SqliteHealthStore store(path, "a band");
+  ASSERT_EQ(save(store, 60), std::nullopt);
+  // As the disk would: no page more than there is. Long sources fill the last one.
+  SqliteHealthStore wordy(path, std::string(100'000, 'x'));
+  struct rlimit unlimited{};
+  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &unlimited), 0);
+  struct rlimit small = unlimited;
+  small.rlim_cur = 64 * 1024;
+  const auto previous = std::signal(SIGXFSZ, SIG_IGN);
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+  EXPECT_TRUE(save(wordy, 61));
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &unlimited), 0);
+  std::signal(SIGXFSZ, previous);
+  EXPECT_EQ(save(store, 62), std::nullopt);
+  EXPECT_EQ(query("SELECT value FROM sample ORDER BY id"), "60.0 62.0 ");
+}
+
+TEST_F(SqliteHealthStoreTest, LeavesADatabaseItCannotUseAsItIs) {
+  const struct {
+    std::string name;
+    std::string contents;
+    std::string words;
+  } cases[] = {
+      {"no database", std::string(8192, 'x'), "move it away"},
+      {"a cut header", std::string("SQLite format 3\0\x10\0", 18) + std::string(200, '\0'),
+       "move it away"},
+  };
+  for (const auto& [name, contents, words] : cases) {
+    SCOPED_TRACE(name);
+    path = directory.write("damaged.sqlite", contents);
+    SqliteHealthStore store(path, "a band");
+    const auto error = save(store, 60);
+    ASSERT_TRUE(error);
+    EXPECT_NE(error->localizedDescription.find(words), std::string::npos)
+        << error->localizedDescription;
+    std::string kept(contents.size() + 1, '\0');
+    std::FILE* file = std::fopen(path.c_str(), "rb");
+    kept.resize(std::fread(kept.data(), 1, kept.size(), file));
+    std::fclose(file);
+    EXPECT_EQ(kept, contents);
+  }
+
+  path = directory.path("later.sqlite");
+  SqliteHealthStore store(path, "a band");
+  ASSERT_EQ(save(store, 60), std::nullopt);
+  query("PRAGMA user_version = 99");
+  SqliteHealthStore older(path, "a band");
+  EXPECT_TRUE(save(older, 61));
+  EXPECT_EQ(query("SELECT value FROM sample"), "60.0 ");
+}
+
+TEST_F(SqliteHealthStoreTest, SaysWhereItCannotBeMade) {
+  const std::string file = directory.write("file", "");
+  SqliteHealthStore store(file + "/below/health.sqlite", "a band");
+  EXPECT_FALSE(store.isHealthDataAvailable());
+  ErrorOrNone refusal;
+  store.requestAuthorizationToShare(kHeartRateType,
+                                    [&refusal](const ErrorOrNone& error) { refusal = error; });
+  ASSERT_TRUE(refusal);
+  EXPECT_EQ(refusal->code, ENOTDIR);
+}
+
+}  // namespace
+}  // namespace wrixel2::platform::linux
