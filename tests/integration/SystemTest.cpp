@@ -209,6 +209,7 @@ TEST_F(SessionTest, ALinkThatDropsOnTheWayIsMadeAnew) {
   bulletin("Chat", "Chat", "lost");
   waitUntil("the icon", [this] { return hasShown(kPlainIcon); });
   callBand("Drop", "i", {7});
+  waitUntil("the daemon notices", [this] { return daemon_->hasLogged("DISCONNECT (7)"); });
   bulletin("Chat", "Chat", "found");
   waitForText("Chat:found");
 }
