@@ -99,7 +99,7 @@ void VirtualRadio::dropAtOperation(band::VirtualBand& band, unsigned n, long cod
 }
 
 void VirtualRadio::injectNotification(band::VirtualBand& band, const UUID& characteristic,
-                                      Bytes value) {
+                                      const Bytes& value) {
   VirtualLink* const link = linkOf(band);
   if (link == nullptr || link->owner() == nullptr) {
     return;

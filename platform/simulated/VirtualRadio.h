@@ -87,7 +87,7 @@ class VirtualRadio final : public BluetoothRadio {
   /// The band's link ends with the code in place of its n-th operation from now (1 is the next).
   void dropAtOperation(band::VirtualBand& band, unsigned n, long code);
   /// A notification as if the band had sent it, whether or not it is subscribed.
-  void injectNotification(band::VirtualBand& band, const UUID& characteristic, Bytes value);
+  void injectNotification(band::VirtualBand& band, const UUID& characteristic, const Bytes& value);
 
  private:
   friend class SimulatedCentralManager;

@@ -124,7 +124,8 @@ class MBCentralManager final : public bleobjects::YMSCBCentralManager,
   void disconnectMi();
   void watchdogDisconnect();
   void kickResetWatchdog();
-  void kickResetWatchdogWithInterval(int seconds);
+  /// The interval is in whole seconds.
+  void kickResetWatchdogWithInterval(int interval);
   /// On keeps the link up for good; off lets it go after 23 s.
   void connectedMode(bool on);
   /// Pairing is done in the band maker's own program, which leaves its key to us: nothing to do.
