@@ -122,8 +122,9 @@ void BandClient::received(const BusMessage& message) {
   if (!arguments) {
     return;
   }
-  if (message.is(kName, "Written")) {
-    events_.written();
+  if (message.is(kName, "Written") && arguments->size() == 4 && (*arguments)[1].text() != nullptr &&
+      (*arguments)[2].data() != nullptr) {
+    events_.written(*(*arguments)[1].text(), *(*arguments)[2].data());
   } else if (message.is(kName, "Vibrated")) {
     events_.vibrated(numberAt(*arguments, 0), numberAt(*arguments, 1), numberAt(*arguments, 2));
   } else if (message.is(kName, "Displayed") && arguments->size() == 2 &&

@@ -15,7 +15,8 @@ struct BandEvents {
   std::function<void(const Displayed& displayed)> displayed;
   /// Milliseconds, milliseconds and how often.
   std::function<void(unsigned on, unsigned off, unsigned count)> vibrated;
-  std::function<void()> written;
+  /// The characteristic by its full UUID.
+  std::function<void(std::string_view characteristic, platform::ByteView value)> written;
 };
 
 /// Follows the virtual band: while it is there, its state and what it does.

@@ -1,5 +1,6 @@
 #include "bandview/LiveView.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <ctime>
 #include <utility>
@@ -9,6 +10,7 @@
 
 #include "bandview/AlertIcon.h"
 #include "bandview/Screen.h"
+#include "platform/UUID.h"
 #include "platform/linux/LinuxRunLoop.h"
 
 namespace wrixel2::bandview {
@@ -19,10 +21,11 @@ using namespace std::chrono_literals;
 
 constexpr std::size_t kMostEvents = 200;
 constexpr platform::TimeInterval kShakeInterval = 50ms;
-constexpr platform::TimeInterval kClockInterval = 1min;
+/// Current time (Bluetooth assigned number).
+constexpr std::string_view kCurrentTime = "2a2b";
 
 std::vector<std::string> hintsForBus() {
-  std::vector<std::string> hints{"Send one from another terminal (q ends this):"};
+  std::vector<std::string> hints{"Send one from another terminal:"};
   if (const char* address = std::getenv("DBUS_SESSION_BUS_ADDRESS")) {
     std::string bus(address);
     bus = bus.substr(0, bus.find(",guid="));
@@ -39,19 +42,51 @@ std::string localTime() {
   return fmt::format("{:%H:%M:%S}", parts);
 }
 
+/// By the seconds of the band's clock.
+platform::TimeInterval untilNextMinute(const platform::Bytes& clock) {
+  constexpr std::size_t kSecond = 6;
+  const auto second = clock.size() > kSecond ? std::min<std::uint8_t>(clock[kSecond], 59) : 0;
+  return 1min - std::chrono::seconds(second);
+}
+
+/// What an action looks like in the list of events.
+std::string_view describe(Action action) {
+  switch (action) {
+    case Action::notify:
+      return "an app notifies";
+    case Action::call:
+      return "Anna calls";
+    case Action::hangUp:
+      return "the call is hung up";
+    case Action::measure:
+      return "a measurement is asked for";
+    case Action::walk:
+      return "a hundred steps are walked";
+    case Action::pressButton:
+      return "the button is pressed";
+    case Action::leaveRange:
+      return "the band leaves range";
+    case Action::comeBack:
+      return "the band comes back";
+    case Action::quit:
+      break;
+  }
+  return "quit";
+}
+
 }  // namespace
 
 LiveView::LiveView(platform::linux::LinuxRunLoop& loop, const platform::Clock& clock,
-                   platform::linux::BusConnection& bus)
-    : loop_(loop), clock_(clock), bus_(bus) {
+                   platform::linux::BusConnection& bus, platform::Log& log)
+    : loop_(loop), clock_(clock), bus_(bus), distributedCenter_(bus, log), actions_(bus, log) {
   view_.hints = hintsForBus();
 }
 
 platform::ErrorOrNone LiveView::start() {
   auto terminal = Terminal::takeOver(loop_, {[this] { redrawSoon(); },
                                              [this](char key) {
-                                               if (key == 'q') {
-                                                 loop_.stop(0);
+                                               if (const auto action = menu().actionFor(key)) {
+                                                 perform(*action);
                                                }
                                              }});
   if (!terminal) {
@@ -72,15 +107,86 @@ platform::ErrorOrNone LiveView::start() {
 
   auto band = BandClient::start(
       bus_,
-      {[this] { redrawSoon(); }, [this](const Displayed& displayed) { showDisplayed(displayed); },
-       [this](unsigned on, unsigned off, unsigned count) { vibrate(on, off, count); }, [] {}});
+      {[this] { bandChanged(); }, [this](const Displayed& displayed) { showDisplayed(displayed); },
+       [this](unsigned on, unsigned off, unsigned count) { vibrate(on, off, count); },
+       [this](std::string_view characteristic, platform::ByteView value) {
+         written(characteristic, value);
+       }});
   if (!band) {
     return band.error();
   }
   band_ = std::move(*band);
-  clockTimer_ = loop_.scheduledTimer(kClockInterval, true, [this] { band_->refresh(); });
+  measurements_ = distributedCenter_.addObserver(
+      "org.corvale.wrixel2.measure", [this](const platform::Notification& notification) {
+        view_.heartRate.measured(platform::intForKey(notification.userInfo, "heartRate"));
+        redrawSoon();
+      });
   redrawSoon();
   return std::nullopt;
+}
+
+Menu LiveView::menu() const { return {band_ ? band_->state() : std::nullopt, isCalling_}; }
+
+void LiveView::perform(Action action) {
+  if (action == Action::quit) {
+    loop_.stop(0);
+    return;
+  }
+  const auto error = carryOut(action);
+  addEvent(error ? fmt::format("> not done: {} ({})", describe(action), error->localizedDescription)
+                 : fmt::format("> {}", describe(action)));
+}
+
+platform::ErrorOrNone LiveView::carryOut(Action action) {
+  switch (action) {
+    case Action::notify:
+      return actions_.notify();
+    case Action::call:
+    case Action::hangUp: {
+      const bool calls = action == Action::call;
+      auto error = calls ? actions_.call() : actions_.hangUp();
+      isCalling_ = error ? isCalling_ : calls;
+      return error;
+    }
+    case Action::measure:
+      actions_.measure();
+      return std::nullopt;
+    case Action::walk:
+      return actions_.walk();
+    case Action::pressButton:
+      return actions_.pressButton();
+    case Action::leaveRange:
+    case Action::comeBack:
+      return actions_.setIsInRange(action == Action::comeBack);
+    case Action::quit:
+      break;
+  }
+  return std::nullopt;
+}
+
+void LiveView::bandChanged() {
+  const auto& band = band_->state();
+  if (!band || band->link == "disconnected") {
+    view_.heartRate.linkEnded();
+  }
+  const platform::Bytes clock = band ? band->clock : platform::Bytes();
+  if (clock != clockOfTimer_) {
+    clockOfTimer_ = clock;
+    clockTimer_.reset();
+    if (band) {
+      clockTimer_ =
+          loop_.scheduledTimer(untilNextMinute(clock), false, [this] { band_->refresh(); });
+    }
+  }
+  redrawSoon();
+}
+
+void LiveView::written(std::string_view characteristic, platform::ByteView value) {
+  view_.heartRate.written(characteristic, value);
+  if (platform::UUID::fromText(characteristic) == platform::UUID::withString(kCurrentTime)) {
+    band_->refresh();
+  }
+  redrawSoon();
 }
 
 void LiveView::addEvent(std::string_view event) {
@@ -133,6 +239,7 @@ void LiveView::redrawSoon() {
 void LiveView::draw() {
   redrawPending_ = false;
   view_.band = band_ ? band_->state() : std::nullopt;
+  view_.menu = menu().items();
   terminal_->show(drawScreen(view_, terminal_->size()));
 }
 

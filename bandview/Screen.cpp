@@ -29,6 +29,7 @@ constexpr int kFactValueColumns = 27;
 constexpr int kFactColumns = kFactNameColumns + kFactValueColumns;
 constexpr int kFactMargin = 4;  ///< where they stand below the band
 constexpr int kLeastColumns = kFactColumns + kFactMargin;
+constexpr std::size_t kLeastEvents = 3;  ///< which the hint leaves room for
 
 std::string coloured(std::string_view colour, std::string_view text) {
   return fmt::format("{}{}{}", colour, text, kPlain);
@@ -112,7 +113,7 @@ std::string clockText(const platform::Bytes& clock) {
 std::vector<std::string> factLines(const View& view) {
   std::vector<std::pair<std::string_view, std::string>> facts;
   if (!view.band) {
-    return {"", coloured(kFaint, "There is no virtual band on"), coloured(kFaint, "this bus.")};
+    return {coloured(kFaint, "There is no virtual band on"), coloured(kFaint, "this bus.")};
   }
   const BandState& band = *view.band;
   facts.emplace_back("Link", linkText(band));
@@ -125,6 +126,8 @@ std::vector<std::string> factLines(const View& view) {
   };
   facts.emplace_back("",
                      inColour(kFaint, fmt::format("{} m, {} kcal", band.distance, band.calories)));
+  facts.emplace_back(
+      "Heart", inColour(view.heartRate.isMeasuring() ? kYellow : kPlain, view.heartRate.text()));
   facts.emplace_back("Motor", inColour(view.isVibrating ? kRed : kFaint,
                                        view.vibration.empty() ? "still" : view.vibration));
   std::vector<std::string> lines;
@@ -138,12 +141,44 @@ std::vector<std::string> drawBand(const View& view, int columns) {
   std::vector<std::string> lines = bandLines(view);
   const auto facts = factLines(view);
   if (columns >= kBandColumns + kFactColumns) {
-    for (std::size_t i = 0; i < facts.size() && i + 1 < lines.size(); ++i) {
-      lines[i + 1] += facts[i];
+    lines.resize(std::max(lines.size(), facts.size()), std::string(kBandColumns, ' '));
+    const std::size_t first = (lines.size() - facts.size()) / 2;
+    for (std::size_t i = 0; i < facts.size(); ++i) {
+      lines[first + i] += facts[i];
     }
   } else {
     for (const std::string& fact : facts) {
       lines.push_back(std::string(kFactMargin, ' ') + fact);
+    }
+  }
+  return lines;
+}
+
+/// The items side by side, in as many lines as it takes.
+std::vector<std::string> menuLines(const std::vector<MenuItem>& items, int columns) {
+  constexpr int kGap = 2;
+  std::vector<std::string> lines;
+  int used = columns;
+  for (const MenuItem& item : items) {
+    const int width = 2 + widthOf(item.label);
+    if (used + kGap + width > columns) {
+      lines.emplace_back(" ");
+      used = 1;
+    } else {
+      lines.back() += std::string(kGap, ' ');
+      used += kGap;
+    }
+    lines.back() += coloured(kBold, std::string(1, item.key)) + " " + std::string(item.label);
+    used += width;
+  }
+  return lines;
+}
+
+std::vector<std::string> hintLines(const std::vector<std::string>& hints, int columns) {
+  std::vector<std::string> lines{""};
+  for (const std::string& hint : hints) {
+    for (const std::string& line : wrapped(printable(hint), columns - 2)) {
+      lines.push_back(" " + coloured(kFaint, line));
     }
   }
   return lines;
@@ -157,33 +192,36 @@ std::vector<std::string> drawScreen(const View& view, TerminalSize size) {
     return {fitted(fmt::format("The band needs {} columns and {} rows", kLeastColumns, kLeastRows),
                    size.columns)};
   }
+  std::vector<std::string> menu = menuLines(view.menu, size.columns);
+  auto rows = static_cast<std::size_t>(size.rows);
+  if (menu.size() + kLeastRows > rows) {
+    menu.clear();
+  } else if (menu.size() + kLeastRows < rows) {
+    menu.insert(menu.begin(), "");
+  }
+  rows -= menu.size();
+
   std::vector<std::string> lines = drawBand(view, size.columns);
-  const auto rows = static_cast<std::size_t>(size.rows);
+  lines.resize(std::min(lines.size(), rows));
   if (lines.size() + 2 <= rows) {
     lines.insert(lines.begin(), {" " + coloured(kBold, "wrixel2 band"), ""});
   }
-  std::vector<std::string> hints{""};
-  for (const std::string& hint : view.hints) {
-    for (const std::string& line : wrapped(printable(hint), size.columns - 2)) {
-      hints.push_back(" " + coloured(kFaint, line));
-    }
-  }
-
-  std::size_t events = 0;
-  if (lines.size() + hints.size() <= rows) {
-    const std::size_t left = rows - lines.size() - hints.size();
-    events = left < 2 ? 0 : std::min(view.events.size(), left - 1);
-  } else {
+  std::vector<std::string> hints = hintLines(view.hints, size.columns);
+  if (lines.size() + 1 + kLeastEvents + hints.size() > rows) {
     hints.clear();
   }
-  if (events > 0) {
+  rows -= hints.size();
+  if (lines.size() + 2 <= rows) {
     lines.emplace_back();
+    const std::size_t events = std::min(view.events.size(), rows - lines.size());
     for (std::size_t i = view.events.size() - events; i < view.events.size(); ++i) {
       lines.push_back(" " + fitted(printable(view.events[i]), size.columns - 2));
     }
   }
+  // Hints and menu keep their place at the bottom.
+  lines.resize(rows);
   lines.insert(lines.end(), hints.begin(), hints.end());
-  lines.resize(std::min(lines.size(), rows));
+  lines.insert(lines.end(), menu.begin(), menu.end());
   return lines;
 }
 

@@ -1,5 +1,6 @@
 #include "bandview/Terminal.h"
 
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <string_view>
@@ -18,6 +19,7 @@ namespace {
 // DEC private modes, as every terminal of today knows them.
 constexpr std::string_view kEnter = "\x1b[?1049h\x1b[?25l\x1b[2J";
 constexpr std::string_view kLeave = "\x1b[0m\x1b[?25h\x1b[?1049l";
+constexpr char kEscape = '\x1b';
 constexpr std::string_view kHome = "\x1b[H";
 constexpr std::string_view kClearLine = "\x1b[K";
 constexpr std::string_view kClearRest = "\x1b[J";
@@ -78,10 +80,14 @@ platform::ErrorOrNone Terminal::serve(sd_event* event) {
 int Terminal::onInput(sd_event_source* source, int descriptor, unsigned /*events*/,
                       void* userdata) {
   auto* self = static_cast<Terminal*>(userdata);
-  char key = '\0';
-  const ssize_t count = ::read(descriptor, &key, 1);
-  if (count == 1) {
-    self->events_.pressed(key);
+  std::array<char, 64> input{};
+  const ssize_t count = ::read(descriptor, input.data(), input.size());
+  if (count > 0) {
+    const std::string_view keys(input.data(), static_cast<std::size_t>(count));
+    // What begins with an escape is one special key, whose name holds letters.
+    for (const char key : keys.substr(0, keys.find(kEscape))) {
+      self->events_.pressed(key);
+    }
   } else if (count == 0 || errno != EINTR) {
     sd_event_source_set_enabled(source, SD_EVENT_OFF);
     self->events_.pressed('q');

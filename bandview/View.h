@@ -3,8 +3,10 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "bandview/HeartRate.h"
 #include "platform/Bytes.h"
 
 namespace wrixel2::bandview {
@@ -27,15 +29,23 @@ struct Displayed {
   std::string text;
 };
 
+/// What one key does.
+struct MenuItem {
+  char key;
+  std::string_view label;
+};
+
 /// Everything that is drawn.
 struct View {
   std::optional<BandState> band;  ///< none: there is no virtual band on the bus
   std::optional<Displayed> displayed;
+  HeartRate heartRate;
   std::string vibration;            ///< the pattern in words; empty without one
   bool isVibrating = false;         ///< the motor runs at this moment
   bool leansRight = false;          ///< which way a running motor has shaken the band
   std::vector<std::string> events;  ///< newest last
   std::vector<std::string> hints;   ///< how to send something
+  std::vector<MenuItem> menu;
 };
 
 struct TerminalSize {

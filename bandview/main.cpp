@@ -26,13 +26,13 @@ int fail(const std::string& message) {
   return kCannotStart;
 }
 
-template <typename View>
-int run(platform::linux::LinuxRunLoop& loop, platform::linux::BusConnection& bus) {
+template <typename View, typename... Context>
+int run(platform::linux::LinuxRunLoop& loop, Context&... context) {
   const platform::linux::LinuxClock clock;
   platform::ErrorOrNone failure;
   int status = kCannotStart;
   {
-    View view(loop, clock, bus);
+    View view(loop, clock, context...);
     failure = view.start();
     if (!failure) {
       status = loop.run();
@@ -47,7 +47,9 @@ int run(platform::linux::LinuxRunLoop& loop, platform::linux::BusConnection& bus
 int main(int argc, char** argv) {
   bool once = false;
   CLI::App app(
-      "Draws what the virtual band shows and does, and serves desktop notifications on its bus.",
+      "Draws what the virtual band shows and does, serves desktop notifications on its bus, and "
+      "lets "
+      "keys act as apps, the phone and the wearer do.",
       "wrixel2-bandview");
   app.set_version_flag("--version", "wrixel2-bandview " WRIXEL2_VERSION);
   app.add_flag("--once", once,
@@ -79,6 +81,6 @@ int main(int argc, char** argv) {
     loop.stop(kCannotStart);
   });
   const int status =
-      once ? run<bandview::OnceView>(loop, **bus) : run<bandview::LiveView>(loop, **bus);
+      once ? run<bandview::OnceView>(loop, **bus) : run<bandview::LiveView>(loop, **bus, log);
   return isBusLost ? fail("the session bus is gone") : status;
 }

@@ -1,4 +1,6 @@
+#include <algorithm>
 #include <clocale>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -6,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "bandview/AlertIcon.h"
+#include "bandview/Menu.h"
 #include "bandview/Screen.h"
 #include "bandview/TerminalText.h"
 #include "bandview/Timeline.h"
@@ -60,6 +63,8 @@ class BandViewTest : public testing::Test {
       view.events.push_back("event " + std::to_string(i));
     }
     view.hints = {"send one", "notify-send Anna Hi"};
+    view.heartRate.measured(72);
+    view.menu = Menu(view.band, false).items();
     return view;
   }
 };
@@ -85,12 +90,89 @@ TEST_F(BandViewTest, FitsEveryTerminal) {
 
 TEST_F(BandViewTest, ShowsWhatTheBandShows) {
   const std::string screen = joined(drawScreen(fullView(), {80, 24}));
-  for (const char* part :
-       {"✉", "Anna:See you at si", "● authenticated", "c8:0f:10:12:34:56", "80 %",
-        "2026-03-02 12:30", "4021", "2874 m, 96 kcal", "≋", "event 49", "notify-send Anna Hi"}) {
+  for (const char* part : {"✉", "Anna:See you at si", "● authenticated", "c8:0f:10:12:34:56",
+                           "80 %", "2026-03-02 12:30", "4021", "2874 m, 96 kcal", "72 bpm", "≋",
+                           "event 49", "notify-send Anna Hi"}) {
     EXPECT_NE(screen.find(part), std::string::npos) << part << " in\n" << screen;
   }
   EXPECT_EQ(screen.find("event 0\n"), std::string::npos) << "old events make room";
+}
+
+TEST_F(BandViewTest, TheLastLinesAreTheMenu) {
+  const std::string menu =
+      "\n\n n notify  c call  m measure  w walk  b button  r leave range  q quit\n";
+  const std::string twoLines =
+      "\n n notify  c call  m measure  w walk\n b button  r leave range  q quit\n";
+  struct {
+    TerminalSize size;
+    std::string end;
+    bool hasHint, hasEvents;
+  } const cases[] = {
+      {{80, 24}, menu, true, true},
+      {{80, 16}, menu, false, true},
+      {{69, 10}, menu, false, false},
+      {{68, 10}, "range\n q quit\n", false, false},
+      {{40, 17}, "\n" + twoLines, false, false},
+      {{40, 10}, "╯     " + twoLines, false, false},
+      {{80, 8}, "255 × 65535 ms, 65535 ms o…\n", false, false},
+  };
+  for (const auto& test : cases) {
+    const auto lines = drawScreen(fullView(), test.size);
+    const std::string screen = joined(lines);
+    const auto has = [&screen](const char* part) { return screen.find(part) != std::string::npos; };
+    EXPECT_EQ(lines.size(), static_cast<std::size_t>(test.size.rows));
+    EXPECT_EQ(screen.substr(screen.size() - std::min(screen.size(), test.end.size())), test.end);
+    EXPECT_EQ(has("notify-send"), test.hasHint) << screen;
+    EXPECT_EQ(has("event 49"), test.hasEvents) << screen;
+  }
+}
+
+TEST_F(BandViewTest, TheMenuOffersWhatIsPossible) {
+  BandState away;
+  away.isInRange = false;
+  struct {
+    std::optional<BandState> band;
+    bool isCalling;
+    std::string keys;
+    std::optional<Action> c, r;
+  } const cases[] = {
+      {std::nullopt, false, "ncmq", Action::call, std::nullopt},
+      {BandState(), false, "ncmwbrq", Action::call, Action::leaveRange},
+      {away, true, "ncmwbrq", Action::hangUp, Action::comeBack},
+  };
+  for (const auto& test : cases) {
+    const Menu menu(test.band, test.isCalling);
+    std::string keys;
+    for (const MenuItem& item : menu.items()) {
+      keys += item.key;
+    }
+    EXPECT_EQ(keys, test.keys);
+    EXPECT_EQ(menu.actionFor('c'), test.c);
+    EXPECT_EQ(menu.actionFor('r'), test.r);
+    EXPECT_EQ(menu.actionFor('x'), std::nullopt);
+  }
+}
+
+TEST_F(BandViewTest, AMeasurementRunsFromItsCommandToItsResult) {
+  constexpr const char* kControl = "00002a39-0000-1000-8000-00805f9b34fb";
+  const platform::Bytes once{0x15, 0x02, 0x01};
+  HeartRate rate;
+  EXPECT_EQ(rate.text(), "not measured yet");
+  rate.written("00002a37-0000-1000-8000-00805f9b34fb", once);
+  rate.written(kControl, platform::Bytes{0x15, 0x02, 0x00});
+  rate.written(kControl, platform::Bytes{0x15, 0x02});
+  EXPECT_FALSE(rate.isMeasuring());
+  rate.written(kControl, once);
+  EXPECT_EQ(rate.text(), "measuring…");
+  rate.measured(0);
+  EXPECT_EQ(rate.text(), "no reading");
+  rate.written(kControl, once);
+  rate.measured(72);
+  EXPECT_EQ(rate.text(), "72 bpm");
+  rate.written(kControl, platform::Bytes{0x15, 0x01, 0x01});
+  EXPECT_EQ(rate.text(), "72 bpm, measuring…");
+  rate.linkEnded();
+  EXPECT_EQ(rate.text(), "72 bpm");
 }
 
 TEST_F(BandViewTest, TheFrameMovesOnlyWhileTheMotorRuns) {
