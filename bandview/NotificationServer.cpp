@@ -91,7 +91,7 @@ void NotificationServer::close(const BusMessage& call) {
   const auto arguments = call.arguments();
   const auto id = arguments ? static_cast<std::uint32_t>((*arguments)[0].longValue()) : 0;
   const auto found = std::find(open_.begin(), open_.end(), id);
-  // Closing one that is not open fails with an empty message, as the specification has it.
+  // Closing one that is not open fails with an empty message, as Desktop Notifications 1.2 has it.
   if (found == open_.end()) {
     call.replyError("org.freedesktop.DBus.Error.Failed", "");
     return;

@@ -28,7 +28,7 @@ class NotificationServer {
  private:
   /// More than these are not kept: the oldest expires.
   static constexpr std::size_t kMostOpen = 64;
-  /// Why a notification is closed, as the specification numbers it.
+  /// Why a notification is closed, as Desktop Notifications 1.2 numbers it.
   enum class Reason : std::uint32_t { expired = 1, closedByCall = 3 };
 
   NotificationServer(platform::linux::BusConnection& bus, Callback callback)

@@ -10,7 +10,7 @@ namespace wrixel2::companion {
 
 namespace {
 
-/// Relative paths do not count (as the specification has it), so an unusable one is none.
+/// Relative paths do not count (as the XDG rules have it), so an unusable one is none.
 std::string absolutePathIn(const char* variable) {
   const char* value = std::getenv(variable);
   return value != nullptr && value[0] == '/' ? value : "";
