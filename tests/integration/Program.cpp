@@ -92,7 +92,12 @@ int Program::onReadable(sd_event_source* source, int descriptor, unsigned /*even
   return 0;
 }
 
-void Program::signal(int number) const { ::kill(process_, number); }
+void Program::signal(int number) const {
+  // Never for a program that did not start: to -1, a signal would go to every process there is.
+  if (process_ > 0) {
+    ::kill(process_, number);
+  }
+}
 
 int Program::timesLogged(const std::string& text) const {
   int count = 0;
