@@ -1,10 +1,12 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -15,6 +17,7 @@
 #include "daemon/MiFitExtractor.h"
 #include "daemon/Wrixel2d.h"
 #include "platform/linux/LinuxPlatform.h"
+#include "platform/linux/bluez/BluezRadio.h"
 #include "platform/simulated/VirtualRadio.h"
 #include "protocol/MBBLE/MiBand.h"
 
@@ -113,12 +116,11 @@ platform::linux::LinuxPlatformOptions platformOptions(const Options& options) {
   return result;
 }
 
-int serve(platform::linux::LinuxPlatform& system) {
-  platform::simulated::VirtualRadio radio(system.runLoop());
-  const platform::Platform platform = system.platform(radio);
-  const auto band = std::make_shared<band::VirtualBand>(platform);
-  radio.addBand(band);
-
+/// Serves until the process is told to end. Each argument outlives the call: the radio's links are
+/// ended by the daemon, and then by endRadio for those that are still being made.
+int serve(platform::linux::LinuxPlatform& system, const platform::Platform& platform,
+          const std::function<platform::ErrorOrNone()>& whenServed,
+          const std::function<void()>& endRadio) {
   daemon::MiFitExtractor keyProvider(platform);
   const auto wrixel2d = daemon::Wrixel2d::sharedManager(platform, [&platform, &keyProvider] {
     return std::make_unique<mbble::MiBand>(platform, keyProvider);
@@ -128,15 +130,41 @@ int serve(platform::linux::LinuxPlatform& system) {
                 fmt::format("cannot serve messages, another wrixel2d may be running: {}",
                             wrixel2d.error().localizedDescription));
   }
-  const auto bandObject = band::VirtualBandObject::create(*band, platform.objectExporter);
-  if (!bandObject) {
-    return fail(kCannotStart, bandObject.error().localizedDescription);
+  if (const auto error = whenServed()) {
+    return fail(kCannotStart, error->localizedDescription);
   }
   system.runLoop().onTerminationSignal([&] {
     (*wrixel2d)->endLinks();
+    endRadio();
     system.runLoop().stop(0);
   });
   return system.runLoop().run();
+}
+
+int serveVirtualBand(platform::linux::LinuxPlatform& system) {
+  platform::simulated::VirtualRadio radio(system.runLoop());
+  const platform::Platform platform = system.platform(radio);
+  const auto band = std::make_shared<band::VirtualBand>(platform);
+  radio.addBand(band);
+  std::unique_ptr<band::VirtualBandObject> bandObject;
+  const auto exportBand = [&]() -> platform::ErrorOrNone {
+    auto made = band::VirtualBandObject::create(*band, platform.objectExporter);
+    if (!made) {
+      return made.error();
+    }
+    bandObject = std::move(*made);
+    return std::nullopt;
+  };
+  return serve(system, platform, exportBand, [] {});
+}
+
+int serveRealBand(platform::linux::LinuxPlatform& system, const Options& options) {
+  const auto radio = platform::bluez::BluezRadio::overSystemBus(
+      system.runLoop(), system.clock(), system.log(),
+      options.adapter.empty() ? std::nullopt : std::optional(options.adapter));
+  const platform::Platform platform = system.platform(*radio);
+  return serve(
+      system, platform, [] { return platform::ErrorOrNone(); }, [&radio] { radio->endLinks(); });
 }
 
 }  // namespace
@@ -146,12 +174,9 @@ int main(int argc, char** argv) {
   if (const auto status = parse(argc, argv, options)) {
     return *status;
   }
-  if (options.band != "virtual") {
-    return fail(kCannotStart, "there is no BlueZ radio yet; use --band virtual");
-  }
   const auto system = platform::linux::LinuxPlatform::create(platformOptions(options));
   if (!system) {
     return fail(kCannotStart, system.error().localizedDescription);
   }
-  return serve(**system);
+  return options.band == "virtual" ? serveVirtualBand(**system) : serveRealBand(**system, options);
 }

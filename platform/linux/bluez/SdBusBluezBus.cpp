@@ -1,0 +1,346 @@
+#include "platform/linux/bluez/SdBusBluezBus.h"
+
+#include <utility>
+
+#include <errno.h>
+#include <fmt/format.h>
+#include <stdlib.h>
+
+#include "platform/linux/BusValues.h"
+#include "platform/linux/LinuxRunLoop.h"
+#include "platform/linux/bluez/SocketWatch.h"
+
+namespace wrixel2::platform::bluez {
+namespace {
+
+using linux::BusConnection;
+using linux::BusMessage;
+
+constexpr std::string_view kDriverName = "org.freedesktop.DBus";
+constexpr std::string_view kPropertiesInterface = "org.freedesktop.DBus.Properties";
+constexpr std::string_view kNameHasNoOwner = "org.freedesktop.DBus.Error.NameHasNoOwner";
+constexpr std::string_view kFailed = "org.freedesktop.DBus.Error.Failed";
+constexpr const char* kSystemBusSocket = "/run/dbus/system_bus_socket";
+
+// The file of the address's first transport; empty where there is none to watch.
+std::string socketPathOf(const std::string& address) {
+  constexpr std::string_view kUnixPath = "unix:path=";
+  if (!address.starts_with(kUnixPath)) {
+    return {};
+  }
+  const auto end = address.find_first_of(",;", kUnixPath.size());
+  return address.substr(kUnixPath.size(), end - kUnixPath.size());
+}
+
+std::string systemSocketPath() {
+  const char* address = ::getenv("DBUS_SYSTEM_BUS_ADDRESS");
+  return address == nullptr ? kSystemBusSocket : socketPathOf(address);
+}
+
+BluezReply contentOf(const BusMessage& reply) {
+  if (reply.isError()) {
+    const auto* error = sd_bus_message_get_error(reply.get());
+    return {{}, std::string(reply.errorName()), error->message == nullptr ? "" : error->message};
+  }
+  auto arguments = reply.arguments();
+  if (!arguments) {
+    return {{}, std::string(kFailed), description(arguments.error())};
+  }
+  return {std::move(*arguments), {}, {}};
+}
+
+const std::string& textAt(const Array& arguments, std::size_t index) {
+  return *arguments[index].text();
+}
+
+}  // namespace
+
+SdBusBluezBus::SdBusBluezBus(linux::LinuxRunLoop& loop, Log& log, std::string address)
+    : loop_(loop), logger_(log, "SdBusBluezBus"), address_(std::move(address)) {}
+
+SdBusBluezBus::~SdBusBluezBus() = default;
+
+void SdBusBluezBus::start(BluezBusListener& listener) {
+  listener_ = &listener;
+  postWhileAlive([this] { connect(); });
+}
+
+void SdBusBluezBus::postWhileAlive(Task task) {
+  loop_.post([life = std::weak_ptr<char>(life_), task = std::move(task)] {
+    if (!life.expired()) {
+      task();
+    }
+  });
+}
+
+// --- The connection ---
+
+void SdBusBluezBus::connect() {
+  attemptTimer_.reset();
+  // The watch comes first: what happens between a failed attempt and the watch would be missed.
+  if (socketWatch_ == nullptr) {
+    awaitBus();
+  }
+  auto opened = address_.empty() ? BusConnection::openSystem(loop_)
+                                 : BusConnection::openAddress(loop_, address_);
+  ErrorOrNone error = opened ? std::nullopt : ErrorOrNone(opened.error());
+  if (!error) {
+    connection_ = std::move(*opened);
+    error = subscribe();
+  }
+  if (error) {
+    subscriptions_.clear();
+    connection_.reset();
+    listener_->busUnavailable(*error);
+    return;
+  }
+  socketWatch_.reset();
+  attemptTimer_.reset();
+  // In a turn of its own: the connection is busy telling us.
+  connection_->onDisconnected([this] {
+    postWhileAlive(
+        [this] { connectionLost({ENOTCONN, "The system bus has ended the connection"}); });
+  });
+  askForOwner();
+}
+
+void SdBusBluezBus::awaitBus() {
+  const std::string path = address_.empty() ? systemSocketPath() : socketPathOf(address_);
+  if (path.empty()) {
+    attemptTimer_ = loop_.scheduledTimer(kBlindAttempt, true, [this] { connect(); });
+    return;
+  }
+  socketWatch_ = std::make_unique<SocketWatch>(loop_, path, [this] {
+    postWhileAlive([this] {
+      if (connection_ != nullptr) {
+        return;
+      }
+      connect();
+      if (connection_ == nullptr) {
+        attemptTimer_ = loop_.scheduledTimer(kSecondAttempt, false, [this] { connect(); });
+      }
+    });
+  });
+}
+
+void SdBusBluezBus::connectionLost(const Error& error) {
+  era_ = std::make_shared<char>();
+  calls_.clear();
+  ownerCall_.reset();
+  subscriptions_.clear();
+  connection_.reset();
+  owner_.clear();
+  isOwnerKnown_ = false;
+  listener_->busUnavailable(error);
+  connect();
+}
+
+// --- Signals ---
+
+ErrorOrNone SdBusBluezBus::subscribe() {
+  struct Subscription {
+    std::string rule;
+    std::string_view signature;
+    Handler handler;
+  };
+  const auto properties = [](std::string_view interface) {
+    return Subscription{
+        fmt::format("type='signal',sender='{}',interface='{}',member='PropertiesChanged',"
+                    "path_namespace='{}',arg0='{}'",
+                    kBluezName, kPropertiesInterface, kBluezRoot, interface),
+        "sa{sv}as", &SdBusBluezBus::propertiesChanged};
+  };
+  const auto objects = [](std::string_view member, std::string_view signature, Handler handler) {
+    return Subscription{fmt::format("type='signal',sender='{}',interface='{}',member='{}'",
+                                    kBluezName, kObjectManagerInterface, member),
+                        signature, handler};
+  };
+  // By interface, so that what happens to a headset's player does not wake us.
+  const std::vector<Subscription> subscriptions = {
+      {fmt::format(
+           "type='signal',sender='{0}',interface='{0}',member='NameOwnerChanged',arg0='{1}'",
+           kDriverName, kBluezName),
+       "sss", &SdBusBluezBus::ownerChanged},
+      objects("InterfacesAdded", "oa{sa{sv}}", &SdBusBluezBus::interfacesAdded),
+      objects("InterfacesRemoved", "oas", &SdBusBluezBus::interfacesRemoved),
+      properties(kAdapterInterface),
+      properties(kDeviceInterface),
+      properties(kCharacteristicInterface),
+      {fmt::format("type='signal',sender='{}',interface='{}',member='Disconnected',"
+                   "path_namespace='{}'",
+                   kBluezName, kDeviceInterface, kBluezRoot),
+       "ss", &SdBusBluezBus::deviceDisconnected}};
+  for (const auto& [rule, signature, handler] : subscriptions) {
+    if (auto error = subscribeTo(rule, signature, handler)) {
+      return error;
+    }
+  }
+  return std::nullopt;
+}
+
+ErrorOrNone SdBusBluezBus::subscribeTo(const std::string& rule, std::string_view signature,
+                                       Handler handler) {
+  auto slot = connection_->addMatch(rule, [this, signature, handler](const BusMessage& message) {
+    const bool isFromDriver = message.sender() == kDriverName;
+    if (!isFromDriver && (owner_.empty() || message.sender() != owner_)) {
+      return;
+    }
+    const auto arguments = message.arguments();
+    if (message.signature() != signature || !arguments) {
+      logger_.warning(fmt::format("A signal {} of the form \"{}\" is ignored", message.member(),
+                                  message.signature()));
+      return;
+    }
+    (this->*handler)(message, *arguments);
+  });
+  if (!slot) {
+    return slot.error();
+  }
+  subscriptions_.push_back(std::move(*slot));
+  return std::nullopt;
+}
+
+void SdBusBluezBus::askForOwner() {
+  const std::string driver(kDriverName);
+  const auto request = connection_->newMethodCall({driver, "/org/freedesktop/DBus", driver},
+                                                  "GetNameOwner", "s", {kBluezName});
+  auto slot =
+      request ? connection_->callAsync(
+                    *request,
+                    [this](const BusMessage& reply) {
+                      const auto arguments = reply.arguments();
+                      if (isOwnerKnown_) {
+                        return;  // a change was told meanwhile
+                      }
+                      if (reply.isError() && reply.errorName() != kNameHasNoOwner) {
+                        logger_.warning(fmt::format("The owner of {} is not told: {}", kBluezName,
+                                                    description(reply.error())));
+                      }
+                      const bool isTold = !reply.isError() && arguments && arguments->size() == 1 &&
+                                          arguments->front().text() != nullptr;
+                      ownerIs(isTold ? textAt(*arguments, 0) : std::string());
+                    })
+              : Result<linux::BusSlot>(request.error());
+  if (slot) {
+    ownerCall_ = std::move(*slot);
+  } else {
+    logger_.warning(description(slot.error()));
+  }
+}
+
+void SdBusBluezBus::ownerIs(const std::string& owner) {
+  const bool wasThere = !owner_.empty();
+  if (std::exchange(isOwnerKnown_, true) && owner == owner_) {
+    return;
+  }
+  owner_ = owner;
+  era_ = std::make_shared<char>();
+  calls_.clear();
+  if (wasThere && !owner.empty()) {
+    listener_->bluezOwnerChanged(false);
+  }
+  listener_->bluezOwnerChanged(!owner.empty());
+}
+
+void SdBusBluezBus::ownerChanged(const Message& /*message*/, const Array& arguments) {
+  ownerIs(textAt(arguments, 2));
+}
+
+void SdBusBluezBus::interfacesAdded(const Message& /*message*/, const Array& arguments) {
+  listener_->interfacesAdded(textAt(arguments, 0), *arguments[1].dictionary());
+}
+
+void SdBusBluezBus::interfacesRemoved(const Message& /*message*/, const Array& arguments) {
+  listener_->interfacesRemoved(textAt(arguments, 0), *arguments[1].array());
+}
+
+void SdBusBluezBus::propertiesChanged(const Message& message, const Array& arguments) {
+  listener_->propertiesChanged(std::string(message.path()), textAt(arguments, 0),
+                               *arguments[1].dictionary(), *arguments[2].array());
+}
+
+void SdBusBluezBus::deviceDisconnected(const Message& message, const Array& arguments) {
+  listener_->deviceDisconnected(std::string(message.path()), textAt(arguments, 0));
+}
+
+// --- Calls ---
+
+Result<BusMessage> SdBusBluezBus::newCall(const BluezCall& call) const {
+  if (connection_ == nullptr) {
+    return Error{ENOTCONN, "There is no connection to the system bus"};
+  }
+  auto message = connection_->newMethodCall(
+      {std::string(kBluezName), call.path, std::string(call.interface)}, call.member);
+  if (!message) {
+    return message;
+  }
+  message->setAutoStart(false);
+  ErrorOrNone error;
+  if (call.value) {
+    error = message->append("ay", {*call.value});
+  }
+  if (!error && call.options) {
+    auto* const raw = message->get();
+    sd_bus_message_open_container(raw, SD_BUS_TYPE_ARRAY, "{sv}");
+    for (const auto& option : *call.options) {
+      const std::string type(option.signature);
+      sd_bus_message_open_container(raw, SD_BUS_TYPE_DICT_ENTRY, "sv");
+      error = error ? error : message->append("s", {option.name});
+      sd_bus_message_open_container(raw, SD_BUS_TYPE_VARIANT, type.c_str());
+      error = error ? error : message->append(option.signature, {option.value});
+      sd_bus_message_close_container(raw);
+      sd_bus_message_close_container(raw);
+    }
+    sd_bus_message_close_container(raw);
+  }
+  if (error) {
+    return *error;
+  }
+  return message;
+}
+
+void SdBusBluezBus::call(BluezCall call, TimeInterval timeout, Callback callback) {
+  const auto message = newCall(call);
+  if (!message) {
+    answerLater(std::move(callback), {{}, std::string(kFailed), description(message.error())});
+    return;
+  }
+  const auto number = nextCall_++;
+  const auto shared = std::make_shared<Callback>(std::move(callback));
+  auto slot = connection_->callAsync(
+      *message,
+      [this, number, shared](const BusMessage& reply) {
+        calls_.erase(number);  // the slot itself stays until this returns
+        (*shared)(contentOf(reply));
+      },
+      timeout);
+  if (slot) {
+    calls_.emplace(number, std::move(*slot));
+  } else {
+    answerLater(std::move(*shared), {{}, std::string(kFailed), description(slot.error())});
+  }
+}
+
+void SdBusBluezBus::answerLater(Callback callback, BluezReply reply) {
+  loop_.post(
+      [era = std::weak_ptr<char>(era_), callback = std::move(callback), reply = std::move(reply)] {
+        if (!era.expired()) {
+          callback(reply);
+        }
+      });
+}
+
+void SdBusBluezBus::send(BluezCall call) {
+  auto message = newCall(call);
+  if (!message) {
+    return;
+  }
+  message->setExpectsReply(false);
+  if (const auto error = connection_->send(*message)) {
+    logger_.warning(description(*error));
+    return;
+  }
+  sd_bus_flush(connection_->get());
+}
+
+}  // namespace wrixel2::platform::bluez
