@@ -32,6 +32,17 @@ wrixel2_test_packages=(
   clang-tidy-19:cmd=clang-tidy-19
 )
 
+wrixel2_radio_packages=(
+  dbus-daemon:cmd=dbus-daemon
+  bluez:cmd=bluetoothd
+  bluez-test-tools:cmd=btvirt
+  qemu-system-x86:cmd=qemu-system-x86_64
+  busybox-static:cmd=busybox
+  kmod:cmd=modprobe
+  xz-utils:cmd=xz
+  python3-dbus:python=dbus
+  python3-gi:python=gi
+)
 
 wrixel2_is_there() { # HOW
   case $1 in
