@@ -6,10 +6,10 @@
 #include <fmt/format.h>
 
 #include "companion/DoNotDisturbSource.h"
-#include "companion/GlobalKeys.h"
 #include "companion/LockSource.h"
 #include "companion/UserAlertPresenter.h"
 #include "protocol/MBBLE/MBHealthKitManager.h"
+#include "settings/GlobalKeys.h"
 
 namespace wrixel2::companion {
 
@@ -79,11 +79,11 @@ void Companion::appNotified(const AppNotification& notification) {
     return;
   }
   settings_.noteApp(notification.app);
-  const std::string key = iconKey(notification.app);
+  const std::string key = settings::iconKey(notification.app);
   Dictionary prefs = settings_.prefs();
   if (prefs.contains(key) && !knownPrefs_.contains(key)) {
     knownPrefs_ = std::move(prefs);
-    surroundings_.darwinNotifyCenter.post(notificationName(Announcement::hk));
+    surroundings_.darwinNotifyCenter.post(settings::notificationName(settings::Announcement::hk));
   }
   daemonCenter_->sendMessageName("bulletinRequest", bulletinUserInfo(notification));
 }

@@ -5,8 +5,8 @@
 
 #include <fmt/format.h>
 
-#include "companion/PreferenceChanges.h"
-#include "companion/SettingsParser.h"
+#include "settings/PreferenceChanges.h"
+#include "settings/SettingsParser.h"
 
 namespace wrixel2::companion {
 
@@ -20,13 +20,13 @@ std::vector<std::string_view> SettingsStore::load() {
     }
     return {};
   }
-  ParsedSettings parsed = parseSettings(
+  settings::ParsedSettings parsed = settings::parseSettings(
       std::string_view(reinterpret_cast<const char*>(contents->data()), contents->size()));
-  for (const SettingsProblem& warning : parsed.warnings) {
+  for (const settings::SettingsProblem& warning : parsed.warnings) {
     logger_.warning(fmt::format("{}:{}: {}", path_, warning.line, warning.message));
   }
   if (!parsed.errors.empty()) {
-    for (const SettingsProblem& error : parsed.errors) {
+    for (const settings::SettingsProblem& error : parsed.errors) {
       logger_.error(fmt::format("{}:{}: {}", path_, error.line, error.message));
     }
     logger_.warning(fmt::format("{} is not used; the last good settings stay in force", path_));
@@ -34,7 +34,7 @@ std::vector<std::string_view> SettingsStore::load() {
   }
   const platform::Dictionary before = prefs();
   settings_ = std::move(parsed.settings);
-  return preferenceChanges(before, prefs());
+  return settings::preferenceChanges(before, prefs());
 }
 
 void SettingsStore::noteApp(const std::string& app) {

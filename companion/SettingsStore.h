@@ -4,9 +4,9 @@
 #include <string_view>
 #include <vector>
 
-#include "companion/Settings.h"
 #include "platform/FileManager.h"
 #include "platform/Log.h"
+#include "settings/Settings.h"
 
 namespace wrixel2::companion {
 
@@ -27,7 +27,10 @@ class SettingsStore {
   void noteApp(const std::string& app);
 
   /// The answer to "getPrefsDict".
-  platform::Dictionary prefs() const { return prefsDictionary(settings_, seenApps_); }
+  platform::Dictionary prefs() const { return settings::prefsDictionary(settings_, seenApps_); }
+
+  /// What the companion itself is to do.
+  const settings::CompanionSettings& companionSettings() const { return settings_.companion; }
 
  private:
   /// More apps than a phone has. A program that makes identifiers up pushes out the oldest only.
@@ -36,7 +39,7 @@ class SettingsStore {
   const platform::FileManager& files_;
   platform::Logger logger_;
   std::string path_;
-  Settings settings_;
+  settings::Settings settings_;
   std::vector<std::string> seenApps_;  ///< oldest first
 };
 

@@ -11,7 +11,6 @@
 
 #include "companion/BusNotificationMonitor.h"
 #include "companion/Companion.h"
-#include "companion/CompanionPaths.h"
 #include "companion/DaemonWatch.h"
 #include "companion/DesktopUserAlerts.h"
 #include "companion/DoNotDisturbSource.h"
@@ -20,6 +19,7 @@
 #include "platform/linux/LinuxPlatform.h"
 #include "platform/linux/SqliteHealthStore.h"
 #include "protocol/MBBLE/MBHealthKitManager.h"
+#include "settings/OwnerPaths.h"
 
 namespace {
 
@@ -52,7 +52,7 @@ platform::ErrorOrNone makeDirectoryOf(const std::string& file) {
 }
 
 int run(const Options& options) {
-  const auto paths = companion::CompanionPaths::standard();
+  const auto paths = settings::OwnerPaths::standard();
   if (!paths) {
     return fail(paths.error().localizedDescription);
   }

@@ -2,27 +2,12 @@
 
 #include <utility>
 
-#include <errno.h>
-#include <stdlib.h>
-
 #include "platform/linux/StderrLog.h"
 #include "platform/linux/SyslogLog.h"
+#include "platform/linux/XdgDirectories.h"
 
 namespace wrixel2::platform::linux {
 namespace {
-
-// Of the XDG Base Directory Specification, which ignores relative paths in its variables.
-std::optional<std::string> baseDirectory(const char* variable, std::string_view belowHome) {
-  const char* directory = ::getenv(variable);
-  if (directory != nullptr && directory[0] == '/') {
-    return std::string(directory);
-  }
-  const char* home = ::getenv("HOME");
-  if (home != nullptr && home[0] == '/') {
-    return std::string(home) + std::string(belowHome);
-  }
-  return std::nullopt;
-}
 
 std::unique_ptr<Log> makeLog(const LinuxPlatformOptions& options) {
   if (options.logTarget == LogTarget::standardError) {
@@ -34,22 +19,21 @@ std::unique_ptr<Log> makeLog(const LinuxPlatformOptions& options) {
 }  // namespace
 
 Result<LinuxPaths> LinuxPaths::standard(const std::optional<std::string>& root) {
-  const auto state = baseDirectory("XDG_STATE_HOME", "/.local/state");
-  const auto data = baseDirectory("XDG_DATA_HOME", "/.local/share");
-  if (!state || !data) {
-    return Error{ENOENT, "There is no home directory: HOME is not set to an absolute path"};
+  const auto directories = XdgDirectories::ofThisUser();
+  if (!directories) {
+    return directories.error();
   }
   const std::string phone = root.value_or("");
   const std::string preferences = "/var/mobile/Library/Preferences/";
   LinuxPaths paths;
   paths.infoPlist = phone + "/System/Library/CoreServices/SpringBoard.app/Info.plist";
-  paths.healthDatabase = *data + "/wrixel2/health.sqlite";
+  paths.healthDatabase = directories->data + "/wrixel2/health.sqlite";
   if (root) {
     paths.lockFile = phone + preferences + "org.corvale.wrixel2.lock.plist";
     paths.userDefaults = phone + preferences + "org.corvale.wrixel2d.plist";
   } else {
-    paths.lockFile = *state + "/wrixel2/org.corvale.wrixel2.lock.plist";
-    paths.userDefaults = *state + "/wrixel2/defaults.plist";
+    paths.lockFile = directories->state + "/wrixel2/org.corvale.wrixel2.lock.plist";
+    paths.userDefaults = directories->state + "/wrixel2/defaults.plist";
   }
   return paths;
 }

@@ -1,4 +1,6 @@
+#include <pwd.h>
 #include <stdlib.h>
+#include <unistd.h>
 
 #include "platform/linux/LinuxPlatform.h"
 #include "tests/platform/linux/BusTest.h"
@@ -139,8 +141,12 @@ TEST_F(BusConnectionTest, ThePathsAreTheUsersOrThePhones) {
   EXPECT_EQ(paths->lockFile, "/root/var/mobile/Library/Preferences/org.corvale.wrixel2.lock.plist");
   EXPECT_EQ(paths->userDefaults, "/root/var/mobile/Library/Preferences/org.corvale.wrixel2d.plist");
   EXPECT_EQ(paths->infoPlist, "/root/System/Library/CoreServices/SpringBoard.app/Info.plist");
+  // Without HOME it is the home directory of the user database.
   ::unsetenv("HOME");
-  EXPECT_FALSE(LinuxPaths::standard(std::nullopt));
+  paths = LinuxPaths::standard(std::nullopt);
+  ASSERT_TRUE(paths);
+  EXPECT_EQ(paths->healthDatabase,
+            std::string(::getpwuid(::getuid())->pw_dir) + "/.local/share/wrixel2/health.sqlite");
   ::unsetenv("XDG_DATA_HOME");
   ::unsetenv("XDG_STATE_HOME");
 }

@@ -3,11 +3,11 @@
 
 #include <gtest/gtest.h>
 
-#include "companion/PreferenceChanges.h"
-#include "companion/Settings.h"
-#include "companion/SettingsParser.h"
+#include "settings/PreferenceChanges.h"
+#include "settings/Settings.h"
+#include "settings/SettingsParser.h"
 
-namespace wrixel2::companion {
+namespace wrixel2::settings {
 namespace {
 
 using platform::Dictionary;
@@ -57,6 +57,30 @@ TEST(SettingsTest, OtherAppsAreTheSeenOnesWithoutATable) {
   EXPECT_EQ(prefsOf("", {"Mail"}), Dictionary{});
 }
 
+TEST(SettingsTest, TheCompanionsTablesAreNotTheDaemons) {
+  const ParsedSettings parsed = parseSettings(R"(
+      [battery]
+      alertBelow = 25
+      [doNotDisturb]
+      phoshProfiles = ["quiet", "silent"]
+      [button]
+      window = 700
+      once = "playPause"
+      thrice = ["notify-send", "The band", "calls"]
+    )");
+  ASSERT_TRUE(parsed.errors.empty()) << parsed.errors.front().message;
+  EXPECT_TRUE(parsed.warnings.empty());
+  EXPECT_TRUE(prefsDictionary(parsed.settings, {}).empty());
+  CompanionSettings expected;
+  expected.lowBattery = 25;
+  expected.silentProfiles = {"quiet", "silent"};
+  expected.buttonWindow = 700;
+  expected.buttonActions = {
+      ButtonAction{ButtonAction::Kind::playPause, {}}, ButtonAction{},
+      ButtonAction{ButtonAction::Kind::command, {"notify-send", "The band", "calls"}}};
+  EXPECT_EQ(parsed.settings.companion, expected);
+}
+
 struct ErrorCase {
   std::string name;
   std::string text;
@@ -97,6 +121,10 @@ INSTANTIATE_TEST_SUITE_P(
                   "apps.\"a.b\".icon is a text"},
         ErrorCase{"otherAppsToo", "[apps.\"*\"]\npreview = 1", {2}, "apps.\"*\".preview"},
         ErrorCase{"identifierWithoutQuotes", "[apps.org.example]\nicon = 9", {1}, "in quotes"},
+        ErrorCase{"percentOutOfRange", "[battery]\nalertBelow = 101", {2}, "0 to 100"},
+        ErrorCase{"actionUnknown", "[button]\nonce = \"jump\"", {2}, "button.once has to be"},
+        ErrorCase{"actionWithoutProgram", "[button]\ntwice = []", {2}, "names no program"},
+        ErrorCase{"argumentIsNoText", "[button]\ntwice = [\"ls\", 1]", {2}, "an integer"},
         ErrorCase{"notUtf8", "# \xff\n", {1}, ""}),
     [](const auto& testCase) { return testCase.param.name; });
 
@@ -177,4 +205,4 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& testCase) { return testCase.param.name; });
 
 }  // namespace
-}  // namespace wrixel2::companion
+}  // namespace wrixel2::settings

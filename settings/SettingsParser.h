@@ -5,9 +5,9 @@
 #include <string_view>
 #include <vector>
 
-#include "companion/Settings.h"
+#include "settings/Settings.h"
 
-namespace wrixel2::companion {
+namespace wrixel2::settings {
 
 /// One thing that is wrong with a settings file.
 struct SettingsProblem {
@@ -26,8 +26,9 @@ struct ParsedSettings {
   std::vector<SettingsProblem> warnings;
 };
 
-/// Reads the text of a settings file: TOML 1.0 with the global keys at the top level and a table
-/// [apps."IDENTIFIER"] for each app. Kinds are strict: no number stands for a boolean.
+/// Reads the text of a settings file: TOML 1.0 with the global keys at the top level, a table
+/// [apps."IDENTIFIER"] for each app, and the companion's own tables [battery], [doNotDisturb] and
+/// [button]. Kinds are strict: no number stands for a boolean.
 ParsedSettings parseSettings(std::string_view text);
 
-}  // namespace wrixel2::companion
+}  // namespace wrixel2::settings

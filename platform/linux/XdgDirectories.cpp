@@ -1,12 +1,13 @@
-#include "companion/CompanionPaths.h"
+#include "platform/linux/XdgDirectories.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <string_view>
 
 #include <pwd.h>
 #include <unistd.h>
 
-namespace wrixel2::companion {
+namespace wrixel2::platform::linux {
 
 namespace {
 
@@ -33,14 +34,14 @@ std::string baseDirectory(const char* variable, const std::string& home, std::st
 
 }  // namespace
 
-platform::Result<CompanionPaths> CompanionPaths::standard() {
+Result<XdgDirectories> XdgDirectories::ofThisUser() {
   const std::string home = homeDirectory();
   if (home.empty()) {
-    return platform::Error{0, "no home directory: set HOME"};
+    return Error{ENOENT, "There is no home directory: set HOME to an absolute path"};
   }
-  return CompanionPaths{
-      baseDirectory("XDG_CONFIG_HOME", home, "/.config") + "/wrixel2/settings.toml",
-      baseDirectory("XDG_DATA_HOME", home, "/.local/share") + "/wrixel2/MiFit"};
+  return XdgDirectories{baseDirectory("XDG_CONFIG_HOME", home, "/.config"),
+                        baseDirectory("XDG_DATA_HOME", home, "/.local/share"),
+                        baseDirectory("XDG_STATE_HOME", home, "/.local/state")};
 }
 
-}  // namespace wrixel2::companion
+}  // namespace wrixel2::platform::linux

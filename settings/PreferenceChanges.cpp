@@ -1,10 +1,10 @@
-#include "companion/PreferenceChanges.h"
+#include "settings/PreferenceChanges.h"
 
 #include <bitset>
 
-#include "companion/GlobalKeys.h"
+#include "settings/GlobalKeys.h"
 
-namespace wrixel2::companion {
+namespace wrixel2::settings {
 
 namespace {
 
@@ -37,4 +37,4 @@ std::vector<std::string_view> preferenceChanges(const platform::Dictionary& befo
   return names;
 }
 
-}  // namespace wrixel2::companion
+}  // namespace wrixel2::settings

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -8,7 +10,7 @@
 
 #include "platform/Value.h"
 
-namespace wrixel2::companion {
+namespace wrixel2::settings {
 
 /// How one app's notifications reach the band.
 struct AppSettings {
@@ -20,12 +22,44 @@ struct AppSettings {
   friend bool operator==(const AppSettings&, const AppSettings&) = default;
 };
 
+/// What a press of the band's button does.
+struct ButtonAction {
+  enum class Kind : std::uint8_t {
+    none,
+    command,      ///< a program is run, without a shell
+    playPause,    ///< of what plays media
+    silenceCall,  ///< the ringing call goes on without a sound
+    hangUp,       ///< the ringing call is rejected
+  };
+  Kind kind = Kind::none;
+  std::vector<std::string> command;  ///< program and arguments, of a command
+
+  friend bool operator==(const ButtonAction&, const ButtonAction&) = default;
+};
+
+/// What the companion itself does, of which the daemon knows nothing.
+struct CompanionSettings {
+  static constexpr std::size_t kCountedPresses = 3;
+
+  /// Per cent of the band's battery below which the owner is told; 0: never.
+  std::int64_t lowBattery = 15;
+  /// The profiles of Phosh's feedback daemon that mean Do Not Disturb.
+  std::vector<std::string> silentProfiles = {"silent"};
+  /// Presses that follow each other within so many milliseconds are counted together.
+  std::int64_t buttonWindow = 1000;
+  /// For one, two and three presses.
+  std::array<ButtonAction, kCountedPresses> buttonActions;
+
+  friend bool operator==(const CompanionSettings&, const CompanionSettings&) = default;
+};
+
 /// What one settings file says. Keys that it leaves out have the daemon's own defaults.
 struct Settings {
   platform::Dictionary globals;
   std::map<std::string, AppSettings> apps;
   /// What an app without an entry in `apps` gets; none gives it nothing.
   std::optional<AppSettings> otherApps;
+  CompanionSettings companion;
 
   friend bool operator==(const Settings&, const Settings&) = default;
 };
@@ -41,4 +75,4 @@ std::string previewKey(const std::string& app);
 platform::Dictionary prefsDictionary(const Settings& settings,
                                      const std::vector<std::string>& seenApps);
 
-}  // namespace wrixel2::companion
+}  // namespace wrixel2::settings

@@ -1,6 +1,6 @@
-#include "companion/Settings.h"
+#include "settings/Settings.h"
 
-namespace wrixel2::companion {
+namespace wrixel2::settings {
 
 namespace {
 
@@ -32,4 +32,4 @@ platform::Dictionary prefsDictionary(const Settings& settings,
   return prefs;
 }
 
-}  // namespace wrixel2::companion
+}  // namespace wrixel2::settings

@@ -1,16 +1,19 @@
-#include "companion/SettingsParser.h"
+#include "settings/SettingsParser.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <limits>
+#include <string_view>
 #include <tuple>
+#include <utility>
 
 #include <fmt/format.h>
 #include <toml++/toml.h>
 
-#include "companion/GlobalKeys.h"
+#include "settings/GlobalKeys.h"
 
-namespace wrixel2::companion {
+namespace wrixel2::settings {
 
 namespace {
 
@@ -49,6 +52,12 @@ class DocumentReader {
     for (const auto& [key, node] : document) {
       if (key.str() == "apps") {
         readApps(node);
+      } else if (key.str() == "battery") {
+        readTable("battery", node, &DocumentReader::readBattery);
+      } else if (key.str() == "doNotDisturb") {
+        readTable("doNotDisturb", node, &DocumentReader::readDoNotDisturb);
+      } else if (key.str() == "button") {
+        readTable("button", node, &DocumentReader::readButton);
       } else if (const GlobalKey* global = findGlobalKey(key.str())) {
         readGlobal(*global, node);
       } else {
@@ -119,6 +128,105 @@ class DocumentReader {
     return settings;
   }
 
+  /// Gives each entry of the table, with its path, to the reader, which says whether it knows it.
+  void readTable(std::string_view name, const toml::node& node,
+                 bool (DocumentReader::*reader)(std::string_view key, std::string_view path,
+                                                const toml::node& node)) {
+    const toml::table* table = node.as_table();
+    if (table == nullptr) {
+      wrongKind(name, node, "a table");
+      return;
+    }
+    for (const auto& [key, entry] : *table) {
+      const std::string path = fmt::format("{}.{}", name, key.str());
+      if (!(this->*reader)(key.str(), path, entry)) {
+        warn(key.source(), fmt::format("unknown key {}", path));
+      }
+    }
+  }
+
+  bool readBattery(std::string_view key, std::string_view path, const toml::node& node) {
+    if (key != "alertBelow") {
+      return false;
+    }
+    read(path, node, result.settings.companion.lowBattery, 0, 100);
+    return true;
+  }
+
+  bool readDoNotDisturb(std::string_view key, std::string_view path, const toml::node& node) {
+    if (key != "phoshProfiles") {
+      return false;
+    }
+    read(path, node, result.settings.companion.silentProfiles);
+    return true;
+  }
+
+  bool readButton(std::string_view key, std::string_view path, const toml::node& node) {
+    constexpr std::array<std::string_view, CompanionSettings::kCountedPresses> kCounts = {
+        "once", "twice", "thrice"};
+    CompanionSettings& companion = result.settings.companion;
+    if (key == "window") {
+      constexpr std::int64_t kLongestWindow = 10'000;
+      read(path, node, companion.buttonWindow, 0, kLongestWindow);
+      return true;
+    }
+    const auto* count = std::find(kCounts.begin(), kCounts.end(), key);
+    if (count == kCounts.end()) {
+      return false;
+    }
+    readAction(path, node, companion.buttonActions.at(std::size_t(count - kCounts.begin())));
+    return true;
+  }
+
+  void readAction(std::string_view path, const toml::node& node, ButtonAction& action) {
+    using Kind = ButtonAction::Kind;
+    constexpr std::array<std::pair<std::string_view, Kind>, 4> kNames = {
+        {{"none", Kind::none},
+         {"playPause", Kind::playPause},
+         {"silenceCall", Kind::silenceCall},
+         {"hangUp", Kind::hangUp}}};
+    if (node.is_array()) {
+      if (read(path, node, action.command)) {
+        action.kind = Kind::command;
+        if (action.command.empty() || action.command.front().empty()) {
+          fail(node.source(), fmt::format("{} names no program", path));
+        }
+      }
+      return;
+    }
+    const auto* text = node.as_string();
+    const auto* named = std::find_if(kNames.begin(), kNames.end(), [&](const auto& entry) {
+      return text != nullptr && entry.first == text->get();
+    });
+    if (named == kNames.end()) {
+      fail(node.source(),
+           fmt::format("{} has to be \"none\", \"playPause\", \"silenceCall\", \"hangUp\" or an "
+                       "array of a program and its arguments",
+                       path));
+      return;
+    }
+    action.kind = named->second;
+  }
+
+  bool read(std::string_view path, const toml::node& node, std::vector<std::string>& texts) {
+    const toml::array* array = node.as_array();
+    if (array == nullptr) {
+      wrongKind(path, node, "an array of texts");
+      return false;
+    }
+    std::vector<std::string> read;
+    for (const toml::node& entry : *array) {
+      const auto* text = entry.as_string();
+      if (text == nullptr) {
+        wrongKind(fmt::format("{}, an entry of it,", path), entry, "a text");
+        return false;
+      }
+      read.push_back(text->get());
+    }
+    texts = std::move(read);
+    return true;
+  }
+
   bool read(std::string_view path, const toml::node& node, bool& value) {
     if (const auto* boolean = node.as_boolean()) {
       value = boolean->get();
@@ -128,16 +236,17 @@ class DocumentReader {
     return false;
   }
 
-  bool read(std::string_view path, const toml::node& node, std::int64_t& value) {
+  // The daemon reads these as 32-bit numbers: a larger one would silently become another.
+  bool read(std::string_view path, const toml::node& node, std::int64_t& value,
+            std::int64_t least = std::numeric_limits<std::int32_t>::min(),
+            std::int64_t most = std::numeric_limits<std::int32_t>::max()) {
     const auto* integer = node.as_integer();
     if (integer == nullptr) {
       wrongKind(path, node, "an integer");
       return false;
     }
-    // The daemon reads these as 32-bit numbers: a larger one would silently become another.
-    using Limits = std::numeric_limits<std::int32_t>;
-    if (integer->get() < Limits::min() || integer->get() > Limits::max()) {
-      fail(node.source(), fmt::format("{} is out of range", path));
+    if (integer->get() < least || integer->get() > most) {
+      fail(node.source(), fmt::format("{} is out of range ({} to {})", path, least, most));
       return false;
     }
     value = integer->get();
@@ -179,4 +288,4 @@ ParsedSettings parseSettings(std::string_view text) {
   return std::move(reader.result);
 }
 
-}  // namespace wrixel2::companion
+}  // namespace wrixel2::settings

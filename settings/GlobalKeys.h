@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string_view>
 
-namespace wrixel2::companion {
+namespace wrixel2::settings {
 
 enum class ValueKind : std::uint8_t { boolean, integer };
 
@@ -70,4 +70,4 @@ constexpr const GlobalKey* findGlobalKey(std::string_view name) {
   return nullptr;
 }
 
-}  // namespace wrixel2::companion
+}  // namespace wrixel2::settings

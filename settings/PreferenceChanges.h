@@ -5,7 +5,7 @@
 
 #include "platform/Value.h"
 
-namespace wrixel2::companion {
+namespace wrixel2::settings {
 
 /// The names to post, in this order, when the daemon's view of the settings goes from one
 /// dictionary to the other: each once, and only where keys of its own were added, removed or
@@ -16,4 +16,4 @@ namespace wrixel2::companion {
 std::vector<std::string_view> preferenceChanges(const platform::Dictionary& before,
                                                 const platform::Dictionary& after);
 
-}  // namespace wrixel2::companion
+}  // namespace wrixel2::settings
