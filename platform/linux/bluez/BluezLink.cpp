@@ -131,9 +131,12 @@ void BluezLink::connectReplied(const BluezReply& reply) {
     endingGoesOn();
     return;
   }
+  timer_.reset();
   const bool isUp = !reply.isError() || reply.errorName == "org.bluez.Error.AlreadyConnected";
   if (isUp && isConnectedOnBus()) {
     goUp();
+  } else if (isUp) {
+    askWhetherConnected();
   } else if (isUnknownObject(reply)) {
     // The device was not seen for a while and was forgotten; it is known again once it is seen.
     waitFor(Wait::device);
@@ -144,7 +147,29 @@ void BluezLink::connectReplied(const BluezReply& reply) {
   }
 }
 
+void BluezLink::askWhetherConnected() {
+  context_.fetchObjects([this, era = ++era_] {
+    if (era != era_ || phase_ != Phase::calling) {
+      return;
+    }
+    if (isConnectedOnBus()) {
+      goUp();
+    } else {
+      pauseBeforeRetry();
+    }
+  });
+}
+
+void BluezLink::expectAnswerSoon() {
+  timer_ = context_.runLoop().scheduledTimer(kAnswerGrace, false, [this] {
+    ++era_;
+    connectPending_ = false;
+    askWhetherConnected();
+  });
+}
+
 void BluezLink::goUp() {
+  timer_.reset();
   phase_ = Phase::up;
   upSince_ = context_.clock().monotonicNow();
   reason_.clear();
@@ -174,6 +199,7 @@ void BluezLink::deviceRemoved() {
       waitFor(Wait::device);
       return;
     case Phase::calling:
+      timer_.reset();
       forgetCalls();  // bluetoothd may never answer for an object that is gone
       waitFor(Wait::device);
       return;
@@ -191,6 +217,8 @@ void BluezLink::connectedChanged(bool isConnected) {
   if (isConnected) {
     if (phase_ == Phase::waiting && wait_ == Wait::pause) {
       pursue();  // somebody has made the link: ours for the asking
+    } else if (phase_ == Phase::calling && connectPending_ && timer_ == nullptr) {
+      expectAnswerSoon();
     }
   } else if (phase_ == Phase::up) {
     lose();

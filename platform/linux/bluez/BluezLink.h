@@ -44,6 +44,8 @@ class BluezLink {
   static constexpr TimeInterval kDisconnectTimeout = std::chrono::seconds(60);
   /// An end takes about 2 s, and it can hang.
   static constexpr TimeInterval kEndWatchdog = std::chrono::seconds(10);
+  /// Once the system's link is there, Connect is answered at once. It can also be forgotten.
+  static constexpr TimeInterval kAnswerGrace = std::chrono::seconds(5);
   /// Between attempts to connect: doubled from the first to the last.
   static constexpr TimeInterval kFirstRetry = std::chrono::seconds(1);
   static constexpr TimeInterval kLastRetry = std::chrono::seconds(10);
@@ -98,6 +100,10 @@ class BluezLink {
   void waitFor(Wait wait);
   void pauseBeforeRetry();
   void connectReplied(const BluezReply& reply);
+  /// bluetoothd may answer without having announced that the device is connected, and announce it
+  /// without answering.
+  void askWhetherConnected();
+  void expectAnswerSoon();
   void goUp();
   void lose();
   void fail(const Error& error);

@@ -80,6 +80,29 @@ TEST_F(LinkTest, OfAnotherProgramEndsThePauseBetweenAttempts) {
   EXPECT_EQ(events(), (Events{"connected"}));
 }
 
+TEST_F(LinkTest, IsLookedForWhenItsAnswerComesWithoutItsAnnouncement) {
+  beginToConnect();
+  bluez.place(kBandPath, kDeviceInterface, band({{"Connected", true}}));
+  bluez.reply("Connect");
+  settle();
+  EXPECT_EQ(events(), (Events{"connected"}));
+  EXPECT_EQ(loop.pendingTimers(), 0U);
+}
+
+TEST_F(LinkTest, IsUpSomeTimeAfterItsAnnouncementAlsoWithoutAnAnswer) {
+  beginToConnect();
+  linkBecomes(true);
+  runFor(5s - 1ms);
+  EXPECT_EQ(events(), (Events{}));
+  runFor(1ms);
+  settle();
+  EXPECT_EQ(events(), (Events{"connected"}));
+  bluez.fail("Connect", "org.bluez.Error.Failed", "too late");
+  settle();
+  EXPECT_EQ(events(), (Events{}));
+  EXPECT_TRUE(peripheral->state() == PeripheralState::connected);
+}
+
 TEST_F(LinkTest, ThatIsGoneWhenItsAnswerComesIsTriedForAgain) {
   beginToConnect();
   bluez.reply("Connect");
