@@ -489,9 +489,11 @@ void BluezCentralManager::heard(const std::string& path) {
 
 void BluezCentralManager::advertise(const std::string& path, const Dictionary& device) {
   // The filters of all programs that scan are merged into one, so what comes is more than we asked
-  // for.
-  if (!offersAny(device, scan_->services) ||
-      (!scan_->reported.insert(path).second && !scan_->reportsDuplicates)) {
+  // for. A device that we know may have lost its services: bluetoothd forgets them when the adapter
+  // loses its power, and takes what is advertised after it for nothing new.
+  const bool isOffered = offersAny(device, scan_->services) ||
+                         (knownPeripheral(path) != nullptr && offersNothing(device));
+  if (!isOffered || (!scan_->reported.insert(path).second && !scan_->reportsDuplicates)) {
     return;
   }
   deliveries_.deliver([this, scan = std::weak_ptr<Scan>(scan_), peripheral = peripheralOf(path),

@@ -69,6 +69,11 @@ bool offersAny(const Dictionary& device, const std::optional<std::vector<UUID>>&
   });
 }
 
+bool offersNothing(const Dictionary& device) {
+  const auto* offered = find(device, "UUIDs");
+  return offered == nullptr || offered->array() == nullptr || offered->array()->empty();
+}
+
 Dictionary advertisementOfDevice(const Dictionary& device) {
   Dictionary advertisement;
   if (auto entry = manufacturerEntry(device)) {

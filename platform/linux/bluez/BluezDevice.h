@@ -17,6 +17,8 @@ UUID identifierOfDevice(const Dictionary& device);
 std::optional<std::string> nameOfDevice(const Dictionary& device);
 /// Whether it is known to offer any of the services; none means any device.
 bool offersAny(const Dictionary& device, const std::optional<std::vector<UUID>>& services);
+/// Whether nothing is known of what it offers.
+bool offersNothing(const Dictionary& device);
 /// Manufacturer data and local name, where known, under the keys of an advertisement.
 Dictionary advertisementOfDevice(const Dictionary& device);
 /// In dBm, 127 when the radio has none.

@@ -119,6 +119,19 @@ TEST_F(ScanTest, AnotherProgramsScanIsNotOurs) {
   EXPECT_EQ(events(), (Events{})) << "nothing comes after the end, not even what was on its way";
 }
 
+TEST_F(ScanTest, AKnownDeviceWhoseServicesAreForgottenIsStillFound) {
+  startScanning();
+  advertise();
+  EXPECT_EQ(events().size(), 1U);
+  bluez.change(kBandPath, kDeviceInterface, {{"UUIDs", Array{}}});
+  advertise();
+  EXPECT_EQ(events().size(), 1U);
+  const std::string stranger = kHci0 + "/dev_11_22_33_44_55_66";
+  bluez.add(stranger, kDeviceInterface,
+            {{"Address", "11:22:33:44:55:66"}, {"Name", "X"}, {"UUIDs", Array{}}, {"RSSI", -60}});
+  EXPECT_EQ(events(), (Events{})) << "an unknown one has to offer what is asked for";
+}
+
 TEST_F(ScanTest, StoppingWhileStartingEndsInSilence) {
   bluez.byHand = {"SetDiscoveryFilter", "StartDiscovery"};
   makeManager();
