@@ -209,6 +209,7 @@ class Stage:
         self.programs = programs
         self.emulator = Process("btvirt", ["btvirt", "-L", "-l3"])
         self.monitor = Process("btmon", ["btmon", "-w", RESULTS + "/trace.btsnoop"])
+        self.bus_monitor = Process("system-bus", ["dbus-monitor", "--system"])
         self.bluetoothd = Process("bluetoothd", ["bluetoothd", "-n", "-f", CONF])
         self.buses = []
         self.log_mark = 0
@@ -217,6 +218,7 @@ class Stage:
         self._lay_out_keys()
         address, other = self._session_bus("session"), self._session_bus("other")
         self.monitor.start()
+        self.bus_monitor.start()
         self.system = dbus.SystemBus()
         self._start_emulator()
         self.bus = dbus.bus.BusConnection(address)
@@ -397,5 +399,5 @@ class Stage:
 
     def end(self):
         for process in (self.daemon, self.band.process, self.stranger.process, self.bluetoothd,
-                        self.monitor, self.emulator):
+                        self.monitor, self.bus_monitor, self.emulator):
             process.end(signal.SIGTERM)
