@@ -32,9 +32,16 @@ constexpr std::array kProperties{
                    [](const DaemonStatus& s) { return platform::Value(s.nextMeasurement); }},
     StatusProperty{"NextStepCheck", "x",
                    [](const DaemonStatus& s) { return platform::Value(s.nextStepCheck); }},
+    StatusProperty{"Authentication", "s",
+                   [](const DaemonStatus& s) { return platform::Value(s.authentication); }},
+    StatusProperty{"Problem", "s",
+                   [](const DaemonStatus& s) { return platform::Value(s.problem); }},
 };
 
 std::string lineOf(const DaemonStatus& status) {
+  if (!status.problem.empty()) {
+    return status.problem;
+  }
   if (status.band.empty()) {
     return status.state;
   }

@@ -20,6 +20,10 @@ struct DaemonStatus {
   std::uint32_t steps = 0;
   std::int64_t nextMeasurement = 0;  ///< Unix seconds, 0 none
   std::int64_t nextStepCheck = 0;    ///< Unix seconds, 0 none
+  /// What the band said of the pairing key last: "accepted", "refused", or empty.
+  std::string authentication;
+  /// What keeps the band from being served, and so what to mend; empty: nothing known.
+  std::string problem;
 
   friend bool operator==(const DaemonStatus&, const DaemonStatus&) = default;
 };

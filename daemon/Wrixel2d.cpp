@@ -27,6 +27,18 @@ constexpr std::uint64_t kConnectedUnlessDoNotDisturb = 2;
 /// The leading number: "10.3.1" is 10.3, a text without one 0. The C locale is in force.
 float versionNumber(const std::string& version) { return std::strtof(version.c_str(), nullptr); }
 
+std::string_view nameOfVerdict(mbservices::AuthVerdict verdict) {
+  switch (verdict) {
+    case mbservices::AuthVerdict::none:
+      return "";
+    case mbservices::AuthVerdict::accepted:
+      return "accepted";
+    case mbservices::AuthVerdict::refused:
+      return "refused";
+  }
+  return "";
+}
+
 std::string_view nameOfState(mbble::SessionState state) {
   switch (state) {
     case mbble::SessionState::poweredOff:
@@ -78,7 +90,8 @@ Wrixel2d::Wrixel2d(const platform::Platform& platform, MiBandFactory makeBand)
       logger_(platform.log, "main"),
       makeBand_(std::move(makeBand)),
       companion_(platform.messageCenters, logger_),
-      scheduler_(platform, logger_, state_, companion_, [this] { updateStatus(); }) {}
+      scheduler_(platform, logger_, state_, companion_, [this] { updateStatus(); }),
+      clockKeeper_(platform, [this] { syncClock(); }) {}
 
 platform::ErrorOrNone Wrixel2d::init() {
   if (auto error = registerForNotifications()) {
@@ -91,6 +104,7 @@ platform::ErrorOrNone Wrixel2d::init() {
   }
   addDarwinObservers();
   addDistributedObservers();
+  addControlObservers();
   status_ = std::make_unique<StatusObject>(platform_, logger_);
   updateStatus();
   platform_.serviceManager.notifyReady();
@@ -144,6 +158,16 @@ void Wrixel2d::addDarwinObservers() {
   observeAtOnce("com.apple.springboard.lockstate", &Wrixel2d::lockStateChanged);
   observeAtOnce("org.corvale.wrixel2.lockToCurrentBand", &Wrixel2d::lockToCurrentBand);
   observeAtOnce("org.corvale.wrixel2.removeLock", &Wrixel2d::removeBandLock);
+}
+
+void Wrixel2d::addControlObservers() {
+  const auto observe = [this](std::string_view name, void (Wrixel2d::*handler)()) {
+    observations_.push_back(platform_.darwinNotifyCenter.addObserver(
+        name, platform::SuspensionBehavior::deliverImmediately,
+        [this, handler](std::string_view) { (this->*handler)(); }));
+  };
+  observe("org.corvale.wrixel2.syncClock", &Wrixel2d::syncClock);
+  observe("org.corvale.wrixel2.keyChanged", &Wrixel2d::keyChanged);
 }
 
 void Wrixel2d::addDistributedObservers() {
@@ -290,10 +314,12 @@ void Wrixel2d::applyEnabledState() {
       state_.band->disconnectMi();
     }
     state_.started = false;
+    updateStatus();
     return;
   }
   if (!state_.started) {
     startBandService();
+    updateStatus();
   }
   applyConnectedMode();
 }
@@ -306,7 +332,6 @@ void Wrixel2d::startBandService() {
         self->updateStatus();
       }
     });
-    updateStatus();
   }
   state_.started = true;
   scheduler_.start();
@@ -367,6 +392,25 @@ void Wrixel2d::removeBandLock() {
   }
 }
 
+// Clock and key ----------------------------------------------------------------------------------
+
+void Wrixel2d::syncClock() {
+  if (!state_.band || !state_.started) {
+    return;
+  }
+  if (state_.settings.stopwatchSwitch) {
+    logger_.info("The band's clock is left alone: the stopwatch runs on it");
+    return;
+  }
+  state_.band->syncClock();
+}
+
+void Wrixel2d::keyChanged() {
+  if (state_.band && state_.started) {
+    state_.band->authenticateAnew();
+  }
+}
+
 // Status -----------------------------------------------------------------------------------------
 
 void Wrixel2d::updateStatus() {
@@ -374,12 +418,14 @@ void Wrixel2d::updateStatus() {
     return;
   }
   DaemonStatus status;
+  status.problem = problem();
   status.nextMeasurement = unixSeconds(scheduler_.nextMeasurement());
   status.nextStepCheck = unixSeconds(scheduler_.nextStepReading());
   if (state_.band) {
     const auto& manager = *state_.band->manager();
     status.state = nameOfState(manager.state());
     status.lockedTo = manager.macToLock();
+    status.authentication = nameOfVerdict(manager.authVerdict());
     if (const auto band =
             std::static_pointer_cast<mbble::MBPeripheral>(manager.peripheralAtIndex(0))) {
       status.band = band->mac();
@@ -390,6 +436,16 @@ void Wrixel2d::updateStatus() {
     }
   }
   status_->setStatus(std::move(status));
+}
+
+std::string Wrixel2d::problem() const {
+  if (!state_.band) {
+    return "Waiting for the shell companion (wrixel2-companion) to say that it is ready";
+  }
+  if (!state_.settings.enabled) {
+    return "Switched off in the settings (enabled = false)";
+  }
+  return state_.band->manager()->manager().problem();
 }
 
 }  // namespace wrixel2::daemon

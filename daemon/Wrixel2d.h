@@ -2,9 +2,11 @@
 
 #include <functional>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <vector>
 
+#include "daemon/ClockKeeper.h"
 #include "daemon/DaemonState.h"
 #include "daemon/ForwardingRules.h"
 #include "daemon/MeasurementScheduler.h"
@@ -50,6 +52,8 @@ class Wrixel2d : public std::enable_shared_from_this<Wrixel2d> {
   platform::ErrorOrNone registerForNotifications();
   void addDarwinObservers();
   void addDistributedObservers();
+  /// For the owner's other programs.
+  void addControlObservers();
 
   void handleBulletinRequest(const platform::Dictionary& userInfo);
   void handleStopVibrationRequest(const platform::Dictionary& userInfo);
@@ -68,6 +72,8 @@ class Wrixel2d : public std::enable_shared_from_this<Wrixel2d> {
   void lockComplete();
   void lockStateChanged();
   void lockToCurrentBand();
+  void syncClock();
+  void keyChanged();
   void removeBandLock();
 
   void applyEnabledState();
@@ -75,6 +81,7 @@ class Wrixel2d : public std::enable_shared_from_this<Wrixel2d> {
   void applyConnectedMode();
   void notifyBand(const BandAlert& alert);
   void updateStatus();
+  std::string problem() const;
 
   const platform::Platform& platform_;
   platform::Logger logger_;
@@ -83,6 +90,7 @@ class Wrixel2d : public std::enable_shared_from_this<Wrixel2d> {
   ForwardingHistory history_;
   ShellCompanion companion_;
   MeasurementScheduler scheduler_;
+  ClockKeeper clockKeeper_;
   std::unique_ptr<platform::MessageCenter> center_;
   std::unique_ptr<StatusObject> status_;
   std::vector<std::unique_ptr<platform::Observation>> observations_;

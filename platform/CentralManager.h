@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "platform/Error.h"
@@ -39,6 +40,8 @@ class CentralManagerDelegate {
   virtual ~CentralManagerDelegate() = default;
 
   virtual void centralManagerDidUpdateState(CentralManager&) {}
+  /// What problem() says is another thing now.
+  virtual void centralManagerProblemChanged(CentralManager&) {}
   /// The manufacturer data is the raw entry: company number, little-endian, then its bytes. The
   /// signal strength is in dBm, 127 when the radio has none.
   virtual void centralManagerDidDiscoverPeripheral(CentralManager&,
@@ -70,6 +73,9 @@ class CentralManager {
   virtual ~CentralManager() = default;
 
   virtual CentralState state() const = 0;
+  /// What keeps the radio from working, as a sentence without a full stop for whoever can mend it;
+  /// empty while it works, and where nothing is known.
+  virtual std::string problem() const { return {}; }
 
   /// None means any service. Advertisements are delivered only while our own scan runs.
   virtual void scanForPeripheralsWithServices(const std::optional<std::vector<UUID>>& services,

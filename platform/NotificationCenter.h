@@ -6,17 +6,11 @@
 #include <string>
 #include <string_view>
 
+#include "platform/Observation.h"
 #include "platform/UniqueFunction.h"
 #include "platform/Value.h"
 
 namespace wrixel2::platform {
-
-/// Destroying it ends the observation: the callback is not called any more, not even for what was
-/// already posted.
-class Observation {
- public:
-  virtual ~Observation() = default;
-};
 
 /// What an observer wants for postings that come while its process is suspended. Kept as part of
 /// the registration; every posting is delivered at once here.

@@ -6,6 +6,7 @@
 
 #include "platform/Clock.h"
 #include "platform/Date.h"
+#include "platform/Observation.h"
 #include "platform/UniqueFunction.h"
 
 namespace wrixel2::platform {
@@ -74,6 +75,10 @@ class RunLoop {
   [[nodiscard]] virtual std::unique_ptr<Timer> persistentTimer(Date fireDate,
                                                                std::string_view serviceIdentifier,
                                                                Task callback) = 0;
+
+  /// Calls back after the wall clock was set (by a second or more), and after the local time zone
+  /// was changed, in a turn of its own. A zone's own summer time is no change of it.
+  [[nodiscard]] virtual std::unique_ptr<Observation> observeLocalTime(Task callback) = 0;
 
   /// Serves events until stop(). Returns the status given to stop().
   virtual int run() = 0;

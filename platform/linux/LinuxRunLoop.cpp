@@ -167,6 +167,18 @@ std::unique_ptr<Timer> LinuxRunLoop::persistentTimer(Date fireDate,
   return std::make_unique<LinuxTimer>(dates_, std::move(entry));
 }
 
+std::unique_ptr<Observation> LinuxRunLoop::observeLocalTime(Task callback) {
+  if (!std::exchange(isClockWatched_, true)) {
+    if (const auto error = clockSetWatch_.start(event_, [this] { tellLocalTime(); })) {
+      logger_.warning(error->localizedDescription);
+    }
+  }
+  return localTimeObservers_.add({},
+                                 [callback = std::move(callback)](std::monostate) { callback(); });
+}
+
+void LinuxRunLoop::tellLocalTime() { localTimeObservers_.deliver(*this, {}, {}); }
+
 int LinuxRunLoop::run() {
   while (!stopping_) {
     if (!turn(UINT64_MAX)) {
@@ -283,6 +295,7 @@ void LinuxRunLoop::zoneChanged() {
     entry.offset = zone_.secondsFromGMT(moved);
     return std::max<std::int64_t>(moved.time_since_epoch().count(), 0);
   });
+  tellLocalTime();
 }
 
 }  // namespace wrixel2::platform::linux

@@ -4,12 +4,15 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <variant>
 #include <vector>
 
 #include <systemd/sd-event.h>
 
 #include "platform/Log.h"
+#include "platform/ObserverList.h"
 #include "platform/RunLoop.h"
+#include "platform/linux/ClockSetWatch.h"
 #include "platform/linux/FileDescriptor.h"
 
 namespace wrixel2::platform::linux {
@@ -46,6 +49,7 @@ class LinuxRunLoop final : public RunLoop {
   [[nodiscard]] std::unique_ptr<Timer> persistentTimer(Date fireDate,
                                                        std::string_view serviceIdentifier,
                                                        Task callback) override;
+  [[nodiscard]] std::unique_ptr<Observation> observeLocalTime(Task callback) override;
   int run() override;
   void stop(int status) override;
 
@@ -62,6 +66,7 @@ class LinuxRunLoop final : public RunLoop {
   void askForTurn();
   void watchZoneFile();
   void zoneChanged();
+  void tellLocalTime();
   bool turn(std::uint64_t microseconds);
 
   Logger logger_;
@@ -83,6 +88,9 @@ class LinuxRunLoop final : public RunLoop {
   std::shared_ptr<DueQueue> dates_;
   std::uint64_t nextDelayed_ = 0;
   std::map<std::uint64_t, std::unique_ptr<Timer>> delayed_;
+  ClockSetWatch clockSetWatch_;
+  bool isClockWatched_ = false;
+  ObserverList<std::monostate> localTimeObservers_;
   bool stopping_ = false;
   int status_ = 0;
 };

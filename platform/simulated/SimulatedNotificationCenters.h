@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "platform/NotificationCenter.h"
+#include "platform/ObserverList.h"
 #include "platform/RunLoop.h"
-#include "platform/simulated/ObserverList.h"
 
 namespace wrixel2::platform::simulated {
 

@@ -223,6 +223,13 @@ void SimulatedRunLoop::beginRunning() {
   turnsThisInstant_ = 0;
 }
 
+std::unique_ptr<Observation> SimulatedRunLoop::observeLocalTime(Task callback) {
+  return localTimeObservers_.add({},
+                                 [callback = std::move(callback)](std::monostate) { callback(); });
+}
+
+void SimulatedRunLoop::localTimeChanged() { localTimeObservers_.deliver(*this, {}, {}); }
+
 int SimulatedRunLoop::run() {
   beginRunning();
   while (!stopStatus_ && (takeTurn() || leapToNextTimer(MonotonicTime::max(), false))) {

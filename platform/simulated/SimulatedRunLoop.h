@@ -8,9 +8,11 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <variant>
 #include <vector>
 
 #include "platform/Clock.h"
+#include "platform/ObserverList.h"
 #include "platform/RunLoop.h"
 
 namespace wrixel2::platform::simulated {
@@ -55,6 +57,8 @@ class SimulatedRunLoop final : public RunLoop {
                                                        std::string_view serviceIdentifier,
                                                        Task callback) override;
 
+  [[nodiscard]] std::unique_ptr<Observation> observeLocalTime(Task callback) override;
+
   /// Runs, time leaping from timer to timer, until stop() or until nothing is left to do (then 0).
   int run() override;
   void stop(int status) override;
@@ -72,6 +76,10 @@ class SimulatedRunLoop final : public RunLoop {
   /// The phone sleeps for so long: only persistent timers wake it, each for the work of that
   /// instant. What else fell due is done at the first wake-up, at the latest at the end.
   void sleepFor(TimeInterval interval);
+
+  /// Tells those who observe the local time that the clock was set or the zone changed; the test
+  /// does that itself before.
+  void localTimeChanged();
 
   /// Destroys everything that is pending, without running it; what that posts as well.
   void discardWork();
@@ -105,6 +113,7 @@ class SimulatedRunLoop final : public RunLoop {
   const SimulatedTimeZone& zone_;
   std::deque<Task> ready_;
   std::vector<std::shared_ptr<Entry>> entries_;  ///< in the order in which they were made
+  ObserverList<std::monostate> localTimeObservers_;
   std::size_t wakeups_ = 0;
   std::size_t turnsThisInstant_ = 0;
   bool isRunning_ = false;

@@ -412,6 +412,10 @@ void MBCentralManager::centralManagerDidConnectPeripheral(
   logger_.info("Peripheral successfully connected :)");
 }
 
+void MBCentralManager::centralManagerProblemChanged(platform::CentralManager& /*central*/) {
+  statusMayHaveChanged();
+}
+
 void MBCentralManager::handleAfterConnect() {
   for (const auto& band : bands()) {
     if (notificationActive_) {
@@ -420,6 +424,9 @@ void MBCentralManager::handleAfterConnect() {
     }
     if (isSetTimeActive_ && pendingDate_) {
       handleTimeChange(*pendingDate_);
+    }
+    if (isClockSyncActive_) {
+      writePresentTime(band);
     }
     if (heartRateActive_) {
       if (heartRateRequested_) {
@@ -458,6 +465,9 @@ void MBCentralManager::handleDisconnection(const std::shared_ptr<platform::Perip
   if (code == 0) {
     // The link's end was wanted: nothing connects it again, whatever is still asked for.
     lastDisconnectError_ = 0;
+    if (std::exchange(connectsAnew_, false)) {
+      connectAnyBand();
+    }
     return;
   }
   const auto band = std::static_pointer_cast<MBPeripheral>(findPeripheral(peripheral));
@@ -486,7 +496,7 @@ void MBCentralManager::handleDisconnection(const std::shared_ptr<platform::Perip
 /// A band whose battery was never read is always worth a connection.
 bool MBCentralManager::hasWorkFor(const MBPeripheral& band) const {
   return notificationActive_ || heartRateActive_ || !band.batteryInfo() || stepsActive_ ||
-         isConnectedMode_ || isSetTimeActive_;
+         isConnectedMode_ || isSetTimeActive_ || isClockSyncActive_;
 }
 
 void MBCentralManager::disconnectMi() {
@@ -499,6 +509,8 @@ void MBCentralManager::disconnectMi() {
   stepsActive_ = false;
   stepExtraTime_ = false;
   isSetTimeActive_ = false;
+  isClockSyncActive_ = false;
+  connectsAnew_ = false;
   firstAlertPending_ = true;
   pendingHrMode_ = 0;
   pendingAlertMode_ = noAlert();
@@ -875,6 +887,61 @@ void MBCentralManager::writePendingDate(const std::shared_ptr<MBPeripheral>& ban
                                        self->isSetTimeActive_ = false;
                                      }
                                    });
+}
+
+void MBCentralManager::syncClock() {
+  logger_.info("Request for Clock synchronisation ...");
+  if (state_ == SessionState::poweredOff) {
+    return;
+  }
+  isClockSyncActive_ = true;
+  if (bands().empty()) {
+    startBandConnection();
+    return;
+  }
+  kickResetWatchdog();
+  serveEveryBand([this](const auto& band) { writePresentTime(band); });
+}
+
+void MBCentralManager::writePresentTime(const std::shared_ptr<MBPeripheral>& band) {
+  band->controlService().writeTime(platform().clock.now(),
+                                   [weak = weakSelf(*this)](const ErrorOrNone& error) {
+                                     if (const auto self = weak.lock(); self && !error) {
+                                       self->isClockSyncActive_ = false;
+                                     }
+                                   });
+}
+
+// --- A new pairing key ---
+
+void MBCentralManager::authenticateAnew() {
+  const auto known = bands();
+  const bool isLinked =
+      std::ranges::any_of(known, [](const auto& band) { return band->isConnected(); });
+  disconnectMi();
+  authState_ = {};
+  lastDisconnectError_ = 0;
+  statusMayHaveChanged();
+  if (state_ == SessionState::poweredOff) {
+    return;  // the connection that the radio's return makes is the one that is wanted
+  }
+  if (isLinked) {
+    connectsAnew_ = true;
+  } else {
+    connectAnyBand();
+  }
+}
+
+void MBCentralManager::connectAnyBand() {
+  const auto known = bands();
+  if (known.empty()) {
+    startBandConnection();
+    return;
+  }
+  kickResetWatchdog();
+  for (const auto& band : known) {
+    doConnectWithPeripheral(band);
+  }
 }
 
 // --- Lock and report ---

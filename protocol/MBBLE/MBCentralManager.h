@@ -83,6 +83,7 @@ class MBCentralManager final : public bleobjects::YMSCBCentralManager,
   bool isHeartRateRequested() const { return heartRateRequested_; }
   void setHeartRateRequested(bool requested) override { heartRateRequested_ = requested; }
   bool isSetTimeActive() const { return isSetTimeActive_; }
+  bool isClockSyncActive() const { return isClockSyncActive_; }
   bool isConnectedMode() const override { return isConnectedMode_; }
   /// Kept for the daemon; the session does not read it.
   bool isContinuousHR() const { return isContinuousHR_; }
@@ -120,6 +121,8 @@ class MBCentralManager final : public bleobjects::YMSCBCentralManager,
       platform::CentralManager& central, const std::shared_ptr<platform::Peripheral>& peripheral,
       const platform::ErrorOrNone& error) override;
 
+  void centralManagerProblemChanged(platform::CentralManager& central) override;
+
   /// Gives up every request and lets go of every band.
   void disconnectMi();
   void watchdogDisconnect();
@@ -149,7 +152,15 @@ class MBCentralManager final : public bleobjects::YMSCBCentralManager,
   void requestSteps();
   void setDateTime(platform::Date date);
   void handleTimeChange(platform::Date date);
+  /// Writes the present time to the band, whatever its clock shows; nothing is reported of it.
+  void syncClock();
   void getBatteryInfo();
+
+  void authVerdictGiven() override { statusMayHaveChanged(); }
+  /// What the band said of the pairing key last; a link that ends is no word.
+  mbservices::AuthVerdict authVerdict() const { return authState_.verdict; }
+  /// Lets go of the band and connects it anew, for a pairing key that has changed.
+  void authenticateAnew();
 
   // --- Band lock and capability report ---
 
@@ -190,6 +201,8 @@ class MBCentralManager final : public bleobjects::YMSCBCentralManager,
   void readStopwatch(const std::shared_ptr<MBPeripheral>& band);
   void postStopwatch(platform::TimeInterval elapsed);
   void writePendingDate(const std::shared_ptr<MBPeripheral>& band);
+  void writePresentTime(const std::shared_ptr<MBPeripheral>& band);
+  void connectAnyBand();
 
   mbservices::KeyProvider& keyProvider_;
   const MBHealthKitManager& healthKitManager_;
@@ -212,6 +225,7 @@ class MBCentralManager final : public bleobjects::YMSCBCentralManager,
   bool heartRateActive_ = false;
   bool heartRateRequested_ = false;
   bool isSetTimeActive_ = false;
+  bool isClockSyncActive_ = false;
   bool isConnectedMode_ = false;
   bool isContinuousHR_ = false;
   bool firstAlertPending_ = true;
@@ -221,6 +235,9 @@ class MBCentralManager final : public bleobjects::YMSCBCentralManager,
   std::optional<platform::Date> pendingDate_;
   std::int64_t pendingHrMode_ = 0;
   long lastDisconnectError_ = 0;
+
+  /// The link's end that is awaited is to be followed by a new one.
+  bool connectsAnew_ = false;
 
   std::unique_ptr<platform::Timer> disconnectTimer_;
   std::unique_ptr<platform::Timer> retryTimer_;

@@ -43,6 +43,10 @@ void MiBand::getBatteryInfo() { manager_->getBatteryInfo(); }
 
 void MiBand::setDateTime(platform::Date date) { manager_->setDateTime(date); }
 
+void MiBand::syncClock() { manager_->syncClock(); }
+
+void MiBand::authenticateAnew() { manager_->authenticateAnew(); }
+
 void MiBand::scanForMi() {
   manager_->initialConnectionRequest([] {});
 }

@@ -48,6 +48,10 @@ class MiBand : public platform::CentralManagerDelegate {
   void getBatteryInfo();
   /// Sets the band's clock; today 00:00:01 starts its stopwatch, any other date ends it.
   void setDateTime(platform::Date date);
+  /// Sets the band's clock to the present, plainly.
+  void syncClock();
+  /// Connects the band anew, for a pairing key that has changed.
+  void authenticateAnew();
 
   void scanForMi();
   /// Kept for the interface; see the session manager's.

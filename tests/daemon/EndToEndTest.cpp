@@ -119,6 +119,42 @@ TEST_F(EndToEndTest, TheStopwatchRunsOnTheBandsClock) {
   EXPECT_EQ(bandTime(), (std::vector{3, 2, 22, 1}));
 }
 
+TEST_F(EndToEndTest, TheBandFollowsThePhoneToAnotherZoneUnlessItIsAStopwatch) {
+  startService({{"connectedMode", 1}});
+  ASSERT_TRUE(system.runLoop.runUntil(
+      [this] { return band->link() == band::BandLink::authenticated; }, 30s));
+  system.runLoop.runFor(5s);
+  const auto travel = [this](int secondsFromGMT) {
+    system.timeZone.setSecondsFromGMT(secondsFromGMT);
+    system.runLoop.localTimeChanged();
+    system.runLoop.runFor(1s);
+    return int{band->currentTime()[4]};
+  };
+  EXPECT_EQ(travel(3 * 3600), 15);
+  EXPECT_EQ(userAlerts(), UserAlerts{}) << "it is no stopwatch that ends";
+  change("stopwatchSwitch", true, "/stopwatchChanged");
+  system.runLoop.runFor(1s);
+  EXPECT_EQ(travel(-3 * 3600), 0);
+}
+
+TEST_F(EndToEndTest, TheStatusSaysWhatIsMissingAndWhetherTheKeyIsAccepted) {
+  const auto property = [this](const char* name) {
+    const auto value = system.objectExporter.property("/org/corvale/wrixel2dIpc", name);
+    return value && value->text() ? *value->text() : "(none)";
+  };
+  start();
+  run();
+  EXPECT_NE(property("Problem").find("wrixel2-companion"), std::string::npos);
+  send("letUsStart");
+  run();
+  EXPECT_EQ(property("Problem"), "");
+  system.runLoop.runFor(30s);
+  EXPECT_EQ(property("Authentication"), "accepted");
+  change("enabled", false, "");
+  run();
+  EXPECT_NE(property("Problem").find("enabled = false"), std::string::npos);
+}
+
 TEST_F(EndToEndTest, TheLockedBandIsToldInTheStatus) {
   startService({{"connectedMode", 1}});
   ASSERT_TRUE(system.runLoop.runUntil(

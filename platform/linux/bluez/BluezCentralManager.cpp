@@ -222,8 +222,13 @@ void BluezCentralManager::reviewAdapter() {
                 : "No Bluetooth until there is an adapter that can be a central");
     setState(CentralState::unsupported);
   } else if (!hasPower(adapter_)) {
+    // "off-blocked" is told by bluetoothd 5.65 and later.
+    const auto power =
+        textForKey(*objects_.properties(adapter_, kAdapterInterface), "PowerState").value_or("");
     logOnce(LogLevel::warning,
-            fmt::format("No Bluetooth until the adapter {} has power", nameOfPath(adapter_)));
+            fmt::format(
+                "No Bluetooth until the adapter {} {}", nameOfPath(adapter_),
+                power == "off-blocked" ? "is unblocked (rfkill unblock bluetooth)" : "has power"));
     setState(CentralState::poweredOff);
   } else if (!isPoweredOn() && leftovers_.empty()) {
     logOnce(LogLevel::info, fmt::format("The Bluetooth adapter is {}", nameOfPath(adapter_)));
@@ -266,6 +271,10 @@ void BluezCentralManager::logOnce(LogLevel level, const std::string& line) {
   } else {
     logger_.warning(line);
   }
+  deliveries_.deliver([this] {
+    tellDelegate(
+        [this](CentralManagerDelegate& delegate) { delegate.centralManagerProblemChanged(*this); });
+  });
 }
 
 // --- Links left over from an earlier run ---
@@ -489,10 +498,11 @@ void BluezCentralManager::heard(const std::string& path) {
 
 void BluezCentralManager::advertise(const std::string& path, const Dictionary& device) {
   // The filters of all programs that scan are merged into one, so what comes is more than we asked
-  // for. A device that we know may have lost its services: bluetoothd forgets them when the adapter
-  // loses its power, and takes what is advertised after it for nothing new.
-  const bool isOffered = offersAny(device, scan_->services) ||
-                         (knownPeripheral(path) != nullptr && offersNothing(device));
+  // for. A device of ours may have lost its services: bluetoothd forgets them with the link or the
+  // adapter's power, and takes what is advertised after that for nothing new.
+  const bool isOurs =
+      knownPeripheral(path) != nullptr || usedIdentifiers_.contains(identifierOfDevice(device));
+  const bool isOffered = offersAny(device, scan_->services) || (isOurs && offersNothing(device));
   if (!isOffered || (!scan_->reported.insert(path).second && !scan_->reportsDuplicates)) {
     return;
   }

@@ -43,6 +43,7 @@ class BluezCentralManager final : public CentralManager,
   /// Ends its links as endLinks() does.
   ~BluezCentralManager() override;
 
+  std::string problem() const override { return isPoweredOn() ? std::string() : logged_; }
   CentralState state() const override { return shownState_; }
   /// Without effect while the radio is not powered on; in place of a scan that is running.
   void scanForPeripheralsWithServices(const std::optional<std::vector<UUID>>& services,

@@ -1,10 +1,14 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 
 #include "platform/Bytes.h"
 
 namespace wrixel2::mbservices {
+
+/// What a band said of the pairing key.
+enum class AuthVerdict : std::uint8_t { none, accepted, refused };
 
 /// What authentication remembers from one link, and one band object, to the next. One band is
 /// served at a time, so the session manager owns the one and every MBAuthService refers to it.
@@ -13,6 +17,7 @@ struct AuthState {
   int failureCount = 0;
   /// The random-number message answered last, so that a repeated one is answered once.
   std::optional<platform::Bytes> lastResponse;
+  AuthVerdict verdict = AuthVerdict::none;
 };
 
 }  // namespace wrixel2::mbservices

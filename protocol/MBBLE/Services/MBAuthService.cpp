@@ -14,6 +14,7 @@
 #include "protocol/MBBLE/Services/AuthState.h"
 #include "protocol/MBBLE/Services/KeyProvider.h"
 #include "protocol/MBBLE/Services/MBServiceKeys.h"
+#include "protocol/MBBLE/Services/SessionManager.h"
 #include "protocol/MBBLE/Services/WeakSelf.h"
 #include "protocol/MBModel/MBDataBuilder.h"
 
@@ -117,9 +118,17 @@ void MBAuthService::notifyCharacteristicHandler(
   }
 }
 
+void MBAuthService::noteVerdict(AuthVerdict verdict) {
+  state_.verdict = verdict;
+  if (const auto session = sessionManager()) {
+    session->authVerdictGiven();
+  }
+}
+
 void MBAuthService::handleSuccess() {
   logger().info("Successfully authenticated!");
   isAuthorized_ = true;
+  noteVerdict(AuthVerdict::accepted);
   state_.failureCount = 0;
   state_.lastResponse.reset();
   if (const auto completion = std::exchange(authCallback_, nullptr)) {
@@ -129,6 +138,7 @@ void MBAuthService::handleSuccess() {
 
 void MBAuthService::handleRefusal() {
   logger().warning(fmt::format("Authentication failed retry {} in 5s!", state_.failureCount));
+  noteVerdict(AuthVerdict::refused);
   if (state_.failureCount++ >= kRetries) {
     return;
   }

@@ -7,6 +7,7 @@
 
 namespace wrixel2::mbservices {
 
+enum class AuthVerdict : std::uint8_t;
 struct AuthState;
 class KeyProvider;
 
@@ -41,6 +42,7 @@ class MBAuthService final : public BandService {
       const platform::ErrorOrNone& error) override;
 
  private:
+  void noteVerdict(AuthVerdict verdict);
   void handleSuccess();
   void handleRefusal();
 

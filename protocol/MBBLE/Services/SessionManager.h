@@ -25,6 +25,8 @@ class SessionManager {
   virtual void requestHeartRequestWithMode(std::int64_t mode) = 0;
   /// Tells the preferences pane what is known of the band.
   virtual void sendPeripheralCapabilities() = 0;
+  /// The band has said whether it accepts the pairing key.
+  virtual void authVerdictGiven() = 0;
   /// Whether the link is to be kept up all the time.
   virtual bool isConnectedMode() const = 0;
 

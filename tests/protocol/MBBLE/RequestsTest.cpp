@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include "band/BandProfile.h"
 #include "protocol/MBBLE/Services/MBAlertService.h"
 #include "protocol/MBBLE/Services/MBAncsAlertService.h"
@@ -456,6 +458,86 @@ TEST_F(StopwatchTest, ABandThatIsNotSetUpIsSetWhenItIs) {
   EXPECT_EQ(posted(kStopwatch, "timeDifference"), Lines{"12:00:07"});
   EXPECT_EQ(writesTo("2a2b").back(), "ea0703020b3a1702000000 ack");
   EXPECT_FALSE(manager->isSetTimeActive());
+}
+
+// --- Setting the clock right ---
+
+class ClockSyncTest : public RequestsTest {
+ protected:
+  /// The present as the band is sent it.
+  std::string present() const {
+    const auto now = platform::componentsFromDate(phone.clock.now(), phone.timeZone);
+    return fmt::format("ea07{:02x}{:02x}{:02x}{:02x}{:02x}", now.month, now.day, now.hour,
+                       now.minute, now.second);
+  }
+};
+
+TEST_F(ClockSyncTest, TheBandIsToldThePresentAndNothingIsReported) {
+  connectBand();
+  phone.clock.setWallClock(phone.clock.now() + std::chrono::hours(5));
+  manager->syncClock();
+  settle();
+  ASSERT_EQ(writesTo("2a2b").size(), 1U);
+  EXPECT_TRUE(writesTo("2a2b").front().starts_with(present()));
+  EXPECT_FALSE(manager->isClockSyncActive());
+  EXPECT_EQ(posted(kStopwatch, "timeDifference"), Lines{});
+}
+
+TEST_F(ClockSyncTest, ABandThatIsAwayGetsTheTimeOfTheWriteAndNotOfTheRequest) {
+  connectBand();
+  manager->disconnectMi();
+  settle();
+  forgetRecords();
+  band->setIsInRange(false);
+  manager->syncClock();
+  runFor(Seconds(30));
+  EXPECT_TRUE(manager->isClockSyncActive());
+  band->setIsInRange(true);
+  settle();
+  ASSERT_EQ(writesTo("2a2b").size(), 1U);
+  EXPECT_TRUE(writesTo("2a2b").front().starts_with(present()));
+}
+
+TEST_F(ClockSyncTest, ALinkThatIsLostMeanwhileIsMadeAnew) {
+  connectBand();
+  phone.radio.timings.exchange = Seconds(1);
+  manager->syncClock();
+  runFor(Milliseconds(500));
+  phone.radio.timings.exchange = Seconds(0);
+  band->drop(6);
+  settle();
+  EXPECT_FALSE(manager->isClockSyncActive());
+  EXPECT_EQ(writesTo("2a2b").size(), 1U);
+}
+
+TEST_F(ClockSyncTest, IsGivenUpWithEverythingElse) {
+  connectBand();
+  manager->disconnectMi();
+  settle();
+  band->setIsInRange(false);
+  manager->syncClock();
+  manager->disconnectMi();
+  EXPECT_FALSE(manager->isClockSyncActive());
+}
+
+// --- A new pairing key ---
+
+TEST_F(RequestsTest, ANewKeyIsTriedOnANewLink) {
+  connectBand();
+  EXPECT_EQ(manager->authVerdict(), mbservices::AuthVerdict::accepted);
+  band->setPairingKey("the new key");
+  manager->authenticateAnew();
+  EXPECT_EQ(manager->authVerdict(), mbservices::AuthVerdict::none);
+  settle();
+  EXPECT_EQ(manager->authVerdict(), mbservices::AuthVerdict::refused);
+  // Also once every attempt of that link is used up.
+  runFor(Seconds(40));
+  keys.key = "the new key";
+  manager->authenticateAnew();
+  settle();
+  EXPECT_EQ(manager->authVerdict(), mbservices::AuthVerdict::accepted);
+  EXPECT_TRUE(peripheral()->isInitialized());
+  EXPECT_EQ(watchdogs().size(), 1U) << "and the band is let go again";
 }
 
 // --- Lock and report ---

@@ -1,3 +1,4 @@
+#include "platform/linux/bluez/BluezDevice.h"
 #include "tests/platform/linux/bluez/BluezFixture.h"
 
 namespace wrixel2::platform::bluez {
@@ -130,6 +131,18 @@ TEST_F(ScanTest, AKnownDeviceWhoseServicesAreForgottenIsStillFound) {
   bluez.add(stranger, kDeviceInterface,
             {{"Address", "11:22:33:44:55:66"}, {"Name", "X"}, {"UUIDs", Array{}}, {"RSSI", -60}});
   EXPECT_EQ(events(), (Events{})) << "an unknown one has to offer what is asked for";
+}
+
+TEST_F(ScanTest, SoIsOneOfAnEarlierRun) {
+  bluez.place(kBandPath, kDeviceInterface, band({{"UUIDs", Array{}}}));
+  const auto identifier = identifierOfDevice(band());
+  makeManager({identifier});
+  settle();
+  scan();
+  settle();
+  recorder->events.clear();
+  advertise();
+  EXPECT_EQ(events().size(), 1U);
 }
 
 TEST_F(ScanTest, StoppingWhileStartingEndsInSilence) {

@@ -35,6 +35,12 @@ TEST_F(StateTest, TheFirstStateSaysWhatThereIsAndTheLogWhatIsMissing) {
        [](FakeBluez& fake) { fake.place(kHci0, kAdapterInterface, {{"Powered", false}}); },
        {"state 4"},
        "hci0 has power"},
+      {"blocked",
+       [](FakeBluez& fake) {
+         fake.place(kHci0, kAdapterInterface, {{"Powered", false}, {"PowerState", "off-blocked"}});
+       },
+       {"state 4"},
+       "rfkill unblock bluetooth"},
       {"another adapter wanted", [](FakeBluez&) {}, {"state 2"}, "hci7 is there", "hci7"},
       {"the second is the first with power",
        [](FakeBluez& fake) {
@@ -70,6 +76,9 @@ TEST_F(StateTest, TheFirstStateSaysWhatThereIsAndTheLogWhatIsMissing) {
     itsLoop.runUntilIdle();
     EXPECT_EQ(std::exchange(recorder->events, {}), one.events);
     EXPECT_EQ(itsLog.lines().size(), one.events.size());
+    const bool works = one.events == std::vector<std::string>{"state 5"};
+    EXPECT_EQ(itsManager->problem().find(one.line) != std::string::npos, !works)
+        << itsManager->problem();
     EXPECT_TRUE(one.events.empty() || itsLog.contains(LogLevel::info, one.line) ||
                 itsLog.contains(LogLevel::warning, one.line));
     EXPECT_EQ(itsLoop.pendingTimers(), 0U) << "waiting costs nothing";

@@ -6,13 +6,13 @@
 #include <utility>
 #include <vector>
 
-#include "platform/NotificationCenter.h"
+#include "platform/Observation.h"
 #include "platform/RunLoop.h"
 #include "platform/UniqueFunction.h"
 
-namespace wrixel2::platform::simulated {
+namespace wrixel2::platform {
 
-/// The observers of one in-process notification center; the payload is what a callback takes.
+/// Those who observe something by a name; the payload is what a callback takes.
 template <typename Payload>
 class ObserverList {
  public:
@@ -59,4 +59,4 @@ class ObserverList {
   std::vector<std::weak_ptr<Observer>> observers_;
 };
 
-}  // namespace wrixel2::platform::simulated
+}  // namespace wrixel2::platform
