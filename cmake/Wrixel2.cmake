@@ -49,6 +49,7 @@ function(wrixel2_program name)
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE wrixel2_options ${ARG_USES})
   target_compile_definitions(${name} PRIVATE WRIXEL2_VERSION="${PROJECT_VERSION}")
+  install(TARGETS ${name} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endfunction()
 
 # wrixel2_test(NAME SOURCES file... USES target...): one GoogleTest program a layer.
