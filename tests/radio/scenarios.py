@@ -425,6 +425,22 @@ def watchdog(stage):
     check_authentication(stage.band.writes)
 
 
+@scenario("out of range: the search ends, and nothing wakes up", lane="patient")
+def out_of_range(stage):
+    stage.reset()
+    stage.band.set("InRange", False)
+    stage.start_daemon()
+    wait(lambda: stage.is_discovering(0), 20, "the search")
+    wait(lambda: not stage.is_discovering(0), 80, "its end after a minute")
+    linger(2)
+    before = stage.wakeups()
+    linger(20)
+    check(stage.wakeups() == before, f"{stage.wakeups() - before} wake-ups in 20 s")
+    stage.band.set("InRange", True)
+    alert = quiet_text_alert(stage, "found")
+    wait(lambda: alert in stage.band.writes, 40, "an alert finds it")
+
+
 @scenario("connected mode holds the link, and its end lets go", lane="patient")
 def connected_mode(stage):
     stage.in_service()

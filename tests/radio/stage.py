@@ -288,6 +288,10 @@ class Stage:
         except dbus.DBusException:
             return False
 
+    def is_discovering(self, number):
+        return bool(self.adapter(number, dbus.PROPERTIES_IFACE).Get("org.bluez.Adapter1",
+                                                                    "Discovering"))
+
     def set_powered(self, number, powered):
         self.adapter(number, dbus.PROPERTIES_IFACE).Set(
             "org.bluez.Adapter1", "Powered", powered, signature="ssv")
@@ -370,6 +374,12 @@ class Stage:
         daemon = self.bus.get_object(DAEMON, "/" + DAEMON.replace(".", "/"), introspect=False)
         return dbus.Interface(daemon, dbus.PROPERTIES_IFACE).Get(
             "org.corvale.wrixel2d.Status", name)
+
+    def wakeups(self):
+        """How often the daemon has slept and was woken."""
+        with open(f"/proc/{self.daemon.process.pid}/status") as file:
+            return next(int(line.split()[1]) for line in file
+                        if line.startswith("voluntary_ctxt_switches"))
 
     def in_service(self):
         """A daemon that has authenticated itself with the band, and is quiet."""
