@@ -1,5 +1,8 @@
 #include "platform/linux/BusMessage.h"
 
+#include <errno.h>
+#include <fcntl.h>
+
 #include "platform/linux/BusValues.h"
 
 namespace wrixel2::platform::linux {
@@ -54,6 +57,23 @@ Result<Array> BusMessage::arguments() const {
     return errorFromErrno(-result, "The message cannot be read");
   }
   return readValues(get());
+}
+
+Result<FileDescriptor> BusMessage::fileDescriptor() const {
+  int number = -1;
+  int result = sd_bus_message_rewind(get(), 1);
+  if (result >= 0) {
+    result = sd_bus_message_read_basic(get(), SD_BUS_TYPE_UNIX_FD, &number);
+  }
+  if (result <= 0) {
+    return errorFromErrno(result == 0 ? EBADMSG : -result, "The message has no file descriptor");
+  }
+  // The message closes its own.
+  FileDescriptor own(::fcntl(number, F_DUPFD_CLOEXEC, 0));
+  if (!own) {
+    return errorFromErrno(errno, "The file descriptor cannot be kept");
+  }
+  return own;
 }
 
 ErrorOrNone BusMessage::append(std::string_view types, const Array& values) {

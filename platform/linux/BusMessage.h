@@ -8,6 +8,7 @@
 
 #include "platform/Result.h"
 #include "platform/Value.h"
+#include "platform/linux/FileDescriptor.h"
 
 namespace wrixel2::platform::linux {
 
@@ -43,6 +44,9 @@ class BusMessage {
 
   /// All arguments from the first on, in the forms of readValue().
   Result<Array> arguments() const;
+
+  /// A descriptor of the caller's own for the one that is the first argument ('h').
+  Result<FileDescriptor> fileDescriptor() const;
 
   /// See appendValues().
   ErrorOrNone append(std::string_view types, const Array& values);

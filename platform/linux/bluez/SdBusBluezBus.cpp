@@ -4,11 +4,9 @@
 
 #include <errno.h>
 #include <fmt/format.h>
-#include <stdlib.h>
 
 #include "platform/linux/BusValues.h"
 #include "platform/linux/LinuxRunLoop.h"
-#include "platform/linux/bluez/SocketWatch.h"
 
 namespace wrixel2::platform::bluez {
 namespace {
@@ -20,22 +18,6 @@ constexpr std::string_view kDriverName = "org.freedesktop.DBus";
 constexpr std::string_view kPropertiesInterface = "org.freedesktop.DBus.Properties";
 constexpr std::string_view kNameHasNoOwner = "org.freedesktop.DBus.Error.NameHasNoOwner";
 constexpr std::string_view kFailed = "org.freedesktop.DBus.Error.Failed";
-constexpr const char* kSystemBusSocket = "/run/dbus/system_bus_socket";
-
-// The file of the address's first transport; empty where there is none to watch.
-std::string socketPathOf(const std::string& address) {
-  constexpr std::string_view kUnixPath = "unix:path=";
-  if (!address.starts_with(kUnixPath)) {
-    return {};
-  }
-  const auto end = address.find_first_of(",;", kUnixPath.size());
-  return address.substr(kUnixPath.size(), end - kUnixPath.size());
-}
-
-std::string systemSocketPath() {
-  const char* address = ::getenv("DBUS_SYSTEM_BUS_ADDRESS");
-  return address == nullptr ? kSystemBusSocket : socketPathOf(address);
-}
 
 BluezReply contentOf(const BusMessage& reply) {
   if (reply.isError()) {
@@ -56,83 +38,33 @@ const std::string& textAt(const Array& arguments, std::size_t index) {
 }  // namespace
 
 SdBusBluezBus::SdBusBluezBus(linux::LinuxRunLoop& loop, Log& log, std::string address)
-    : loop_(loop), logger_(log, "SdBusBluezBus"), address_(std::move(address)) {}
-
-SdBusBluezBus::~SdBusBluezBus() = default;
+    : loop_(loop), logger_(log, "SdBusBluezBus"), systemBus_(loop, *this, std::move(address)) {}
 
 void SdBusBluezBus::start(BluezBusListener& listener) {
   listener_ = &listener;
-  postWhileAlive([this] { connect(); });
-}
-
-void SdBusBluezBus::postWhileAlive(Task task) {
-  loop_.post([life = std::weak_ptr<char>(life_), task = std::move(task)] {
-    if (!life.expired()) {
-      task();
-    }
-  });
+  systemBus_.start();
 }
 
 // --- The connection ---
 
-void SdBusBluezBus::connect() {
-  attemptTimer_.reset();
-  // The watch comes first: what happens between a failed attempt and the watch would be missed.
-  if (socketWatch_ == nullptr) {
-    awaitBus();
+ErrorOrNone SdBusBluezBus::busConnected(BusConnection& connection) {
+  connection_ = &connection;
+  if (auto error = subscribe()) {
+    return error;
   }
-  auto opened = address_.empty() ? BusConnection::openSystem(loop_)
-                                 : BusConnection::openAddress(loop_, address_);
-  ErrorOrNone error = opened ? std::nullopt : ErrorOrNone(opened.error());
-  if (!error) {
-    connection_ = std::move(*opened);
-    error = subscribe();
-  }
-  if (error) {
-    subscriptions_.clear();
-    connection_.reset();
-    listener_->busUnavailable(*error);
-    return;
-  }
-  socketWatch_.reset();
-  attemptTimer_.reset();
-  // In a turn of its own: the connection is busy telling us.
-  connection_->onDisconnected([this] {
-    postWhileAlive(
-        [this] { connectionLost({ENOTCONN, "The system bus has ended the connection"}); });
-  });
   askForOwner();
+  return std::nullopt;
 }
 
-void SdBusBluezBus::awaitBus() {
-  const std::string path = address_.empty() ? systemSocketPath() : socketPathOf(address_);
-  if (path.empty()) {
-    attemptTimer_ = loop_.scheduledTimer(kBlindAttempt, true, [this] { connect(); });
-    return;
-  }
-  socketWatch_ = std::make_unique<SocketWatch>(loop_, path, [this] {
-    postWhileAlive([this] {
-      if (connection_ != nullptr) {
-        return;
-      }
-      connect();
-      if (connection_ == nullptr) {
-        attemptTimer_ = loop_.scheduledTimer(kSecondAttempt, false, [this] { connect(); });
-      }
-    });
-  });
-}
-
-void SdBusBluezBus::connectionLost(const Error& error) {
+void SdBusBluezBus::busUnavailable(const Error& error) {
   era_ = std::make_shared<char>();
   calls_.clear();
   ownerCall_.reset();
   subscriptions_.clear();
-  connection_.reset();
+  connection_ = nullptr;
   owner_.clear();
   isOwnerKnown_ = false;
   listener_->busUnavailable(error);
-  connect();
 }
 
 // --- Signals ---

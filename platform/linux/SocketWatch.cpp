@@ -1,4 +1,4 @@
-#include "platform/linux/bluez/SocketWatch.h"
+#include "platform/linux/SocketWatch.h"
 
 #include <filesystem>
 #include <system_error>
@@ -8,14 +8,14 @@
 
 #include "platform/linux/LinuxRunLoop.h"
 
-namespace wrixel2::platform::bluez {
+namespace wrixel2::platform::linux {
 
 // A bus daemon makes its socket, begins to listen, and then changes the file's mode: the last is
 // when connecting succeeds.
 constexpr std::uint32_t kEvents =
     IN_CREATE | IN_MOVED_TO | IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
 
-SocketWatch::SocketWatch(linux::LinuxRunLoop& loop, std::string socketPath, Task callback)
+SocketWatch::SocketWatch(LinuxRunLoop& loop, std::string socketPath, Task callback)
     : loop_(loop), socketPath_(std::move(socketPath)), callback_(std::move(callback)) {
   watch();
 }
@@ -55,4 +55,4 @@ void SocketWatch::changed(const char* name) {
   }
 }
 
-}  // namespace wrixel2::platform::bluez
+}  // namespace wrixel2::platform::linux

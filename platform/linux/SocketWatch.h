@@ -7,10 +7,8 @@
 #include "platform/RunLoop.h"
 
 namespace wrixel2::platform::linux {
-class LinuxRunLoop;
-}  // namespace wrixel2::platform::linux
 
-namespace wrixel2::platform::bluez {
+class LinuxRunLoop;
 
 /// Tells whenever a socket file may have come to be, or to accept connections: by what the kernel
 /// says of its directory, or of the nearest one that exists yet. Costs nothing while nothing
@@ -18,7 +16,7 @@ namespace wrixel2::platform::bluez {
 class SocketWatch {
  public:
   /// The callback comes in a turn of the loop and may destroy the watch.
-  SocketWatch(linux::LinuxRunLoop& loop, std::string socketPath, Task callback);
+  SocketWatch(LinuxRunLoop& loop, std::string socketPath, Task callback);
   SocketWatch(const SocketWatch&) = delete;
   SocketWatch& operator=(const SocketWatch&) = delete;
   ~SocketWatch();
@@ -29,11 +27,11 @@ class SocketWatch {
   void watch();
   void changed(const char* name);
 
-  linux::LinuxRunLoop& loop_;
+  LinuxRunLoop& loop_;
   std::string socketPath_;
   Task callback_;
   std::string nextPart_;  ///< what is awaited in the directory that is watched
   sd_event_source* source_ = nullptr;
 };
 
-}  // namespace wrixel2::platform::bluez
+}  // namespace wrixel2::platform::linux
