@@ -5,6 +5,8 @@
 
 #include <fmt/format.h>
 
+#include "companion/BandWork.h"
+#include "companion/ButtonPresses.h"
 #include "companion/DoNotDisturbSource.h"
 #include "companion/LockSource.h"
 #include "companion/UserAlertPresenter.h"
@@ -37,6 +39,7 @@ Companion::Companion(CompanionSurroundings surroundings, const std::string& sett
 platform::ErrorOrNone Companion::serve() {
   // Before the first question can come: a daemon that runs already asks as soon as it sees us.
   settings_.load();
+  tellCompanionSettings();
   registerMessages();
   return center_->runServer();
 }
@@ -54,7 +57,7 @@ void Companion::registerMessages() {
       "writeHeartRate",
       [this](std::string_view, const Dictionary& userInfo) { return storeHeartRate(userInfo); });
   center_->registerForMessageName("buttonPressed", [this](std::string_view, const Dictionary&) {
-    logger_.info("The band's button was pressed");
+    surroundings_.button.buttonPressed();
   });
 }
 
@@ -68,9 +71,19 @@ void Companion::introduceToDaemon() {
   daemonCenter_->sendMessageName("letUsStart");
 }
 
+void Companion::tellCompanionSettings() {
+  if (settingsCallback_) {
+    settingsCallback_(settings_.companionSettings());
+  }
+}
+
 void Companion::settingsFileChanged() {
+  const settings::CompanionSettings before = settings_.companionSettings();
   for (const std::string_view name : settings_.load()) {
     surroundings_.darwinNotifyCenter.post(name);
+  }
+  if (settings_.companionSettings() != before) {
+    tellCompanionSettings();
   }
 }
 
@@ -85,6 +98,7 @@ void Companion::appNotified(const AppNotification& notification) {
     knownPrefs_ = std::move(prefs);
     surroundings_.darwinNotifyCenter.post(settings::notificationName(settings::Announcement::hk));
   }
+  surroundings_.bandWork.bandHasWork();
   daemonCenter_->sendMessageName("bulletinRequest", bulletinUserInfo(notification));
 }
 

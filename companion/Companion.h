@@ -1,7 +1,9 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "companion/AppNotification.h"
 #include "companion/NotificationFilter.h"
@@ -17,6 +19,8 @@ class MBHealthKitManager;
 
 namespace wrixel2::companion {
 
+class BandWork;
+class ButtonPresses;
 class DoNotDisturbSource;
 class LockSource;
 class UserAlertPresenter;
@@ -35,6 +39,8 @@ struct CompanionSurroundings {
   const LockSource& lock;
   UserAlertPresenter& userAlerts;
   mbble::MBHealthKitManager& healthKit;
+  ButtonPresses& button;
+  BandWork& bandWork;
 };
 
 /// The daemon's partner in the phone's shell: it answers the daemon's questions for settings and
@@ -46,6 +52,12 @@ class Companion {
   /// `miFitPath` is the directory with the files of the band maker's app.
   Companion(CompanionSurroundings surroundings, const std::string& settingsPath,
             std::string miFitPath);
+
+  /// Called with what the settings say of the companion itself: when they have been read first, and
+  /// after every reading that has changed it.
+  void onSettings(std::function<void(const settings::CompanionSettings&)> callback) {
+    settingsCallback_ = std::move(callback);
+  }
 
   /// Reads the settings and serves the companion's center. Fails when another companion does.
   platform::ErrorOrNone serve();
@@ -62,6 +74,7 @@ class Companion {
 
  private:
   void registerMessages();
+  void tellCompanionSettings();
   platform::Dictionary answerPrefs();
   void showUserAlert(const platform::Dictionary& userInfo);
   /// Answers when the rate is durable, or with the error.
@@ -72,6 +85,7 @@ class Companion {
   SettingsStore settings_;
   NotificationFilter filter_;
   std::string miFitPath_;
+  std::function<void(const settings::CompanionSettings&)> settingsCallback_;
   /// What the daemon has, as far as is known: the dictionary last sent to it, and the one that it
   /// has been told to fetch.
   platform::Dictionary knownPrefs_;

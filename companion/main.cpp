@@ -15,8 +15,10 @@
 #include "companion/DesktopUserAlerts.h"
 #include "companion/DoNotDisturbSource.h"
 #include "companion/LockSource.h"
+#include "companion/Senses.h"
 #include "companion/SettingsFileWatch.h"
 #include "platform/linux/LinuxPlatform.h"
+#include "platform/linux/PropertyListUserDefaults.h"
 #include "platform/linux/SqliteHealthStore.h"
 #include "protocol/MBBLE/MBHealthKitManager.h"
 #include "settings/OwnerPaths.h"
@@ -82,10 +84,19 @@ int run(const Options& options) {
   companion::DesktopUserAlerts userAlerts(phone.sessionBus(), phone.log());
   platform::linux::SqliteHealthStore healthStore(phone.paths().healthDatabase, "MI Band 2");
   mbble::MBHealthKitManager healthKit(healthStore, phone.systemInfo(), phone.clock(), phone.log());
-  companion::Companion shell(
-      {phone.messageCenters(), phone.darwinNotifyCenter(), phone.clock(), phone.log(),
-       phone.fileManager(), doNotDisturb, lock, userAlerts, healthKit},
-      settingsFile, paths->miFit);
+  platform::linux::LinuxPropertyLists propertyLists(phone.fileManager());
+  platform::linux::PropertyListUserDefaults defaults(propertyLists, phone.fileManager(),
+                                                     phone.log(), paths->companionDefaults);
+  companion::Senses senses({phone.runLoop(), phone.clock(), phone.log(), phone.sessionBus(),
+                            phone.messageCenters(), userAlerts, defaults});
+  companion::Companion shell({phone.messageCenters(), phone.darwinNotifyCenter(), phone.clock(),
+                              phone.log(), phone.fileManager(), doNotDisturb, lock, userAlerts,
+                              healthKit, senses.button(), senses.bandWork()},
+                             settingsFile, paths->miFit);
+
+  shell.onSettings([&senses](const settings::CompanionSettings& companionSettings) {
+    senses.setSettings(companionSettings);
+  });
 
   // What can be missed is watched before it is read, and the name comes last: whoever sees it can
   // count on everything.
@@ -107,8 +118,10 @@ int run(const Options& options) {
   if (const auto error = shell.serve()) {
     return fail(error->localizedDescription);
   }
-  const auto daemonWatch =
-      companion::DaemonWatch::start(phone.sessionBus(), [&shell] { shell.introduceToDaemon(); });
+  const auto daemonWatch = companion::DaemonWatch::start(phone.sessionBus(), [&shell, &senses] {
+    shell.introduceToDaemon();
+    senses.daemonIsReady();
+  });
   if (!daemonWatch) {
     return fail(daemonWatch.error().localizedDescription);
   }

@@ -9,9 +9,9 @@ platform::Result<OwnerPaths> OwnerPaths::standard() {
   if (!directories) {
     return directories.error();
   }
-  return OwnerPaths{directories->config + "/wrixel2/settings.toml",
-                    directories->data + "/wrixel2/MiFit",
-                    directories->state + "/wrixel2/apps.plist"};
+  return OwnerPaths{
+      directories->config + "/wrixel2/settings.toml", directories->data + "/wrixel2/MiFit",
+      directories->state + "/wrixel2/apps.plist", directories->state + "/wrixel2/companion.plist"};
 }
 
 }  // namespace wrixel2::settings

@@ -13,6 +13,8 @@ struct OwnerPaths {
   std::string miFit;
   /// The apps that have notified, as the companion keeps them.
   std::string seenApps;
+  /// What else the companion remembers.
+  std::string companionDefaults;
 
   /// Fails where neither the environment nor the user database names a home directory.
   static platform::Result<OwnerPaths> standard();

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include "companion/BandWork.h"
+#include "companion/ButtonPresses.h"
 #include "companion/Companion.h"
 #include "companion/DoNotDisturbSource.h"
 #include "companion/LockSource.h"
@@ -35,6 +37,16 @@ struct FakeUserAlerts final : UserAlertPresenter {
     presented.emplace_back(title, message);
   }
   std::vector<std::pair<std::string, std::string>> presented;
+};
+
+struct FakeButton final : ButtonPresses {
+  void buttonPressed() override { ++presses; }
+  int presses = 0;
+};
+
+struct FakeBandWork final : BandWork {
+  void bandHasWork() override { ++causes; }
+  int causes = 0;
 };
 
 /// A companion, and a daemon that writes down what reaches it, in order. It asks for the settings
@@ -96,6 +108,8 @@ class CompanionTest : public testing::Test {
   FakeDoNotDisturb doNotDisturb_;
   FakeLock lock_;
   FakeUserAlerts userAlerts_;
+  FakeButton button_;
+  FakeBandWork bandWork_;
   mbble::MBHealthKitManager healthKit_{phone_.healthStore, phone_.systemInfo, phone_.clock,
                                        phone_.log};
   std::unique_ptr<platform::MessageCenter> daemon_ =
@@ -106,10 +120,11 @@ class CompanionTest : public testing::Test {
   std::vector<std::unique_ptr<platform::Observation>> observations_;
   std::vector<std::string> reached_;
   Dictionary prefs_;
-  Companion companion_{{phone_.messageCenters, phone_.darwinNotifyCenter, phone_.clock, phone_.log,
-                        phone_.fileManager, doNotDisturb_, lock_, userAlerts_, healthKit_},
-                       kSettings,
-                       "/home/anna/.local/share/wrixel2/MiFit"};
+  Companion companion_{
+      {phone_.messageCenters, phone_.darwinNotifyCenter, phone_.clock, phone_.log,
+       phone_.fileManager, doNotDisturb_, lock_, userAlerts_, healthKit_, button_, bandWork_},
+      kSettings,
+      "/home/anna/.local/share/wrixel2/MiFit"};
 };
 
 TEST_F(CompanionTest, AnswersWithSettingsAndThePathOfTheKeyFiles) {
@@ -260,11 +275,36 @@ TEST_F(CompanionTest, AcknowledgesAHeartRateOnceItIsStored) {
                                        {"Heart rates are not stored", "the disk is full again"}}));
 }
 
+TEST_F(CompanionTest, TellsOfItsOwnSettingsWhenTheyChange) {
+  std::vector<std::int64_t> thresholds;
+  companion_.onSettings([&](const settings::CompanionSettings& settings) {
+    thresholds.push_back(settings.lowBattery);
+  });
+  writeSettings("[battery]\nalertBelow = 20\n");
+  serve();
+  writeSettings("enabled = false\n[battery]\nalertBelow = 20\n");
+  companion_.settingsFileChanged();
+  writeSettings("[battery]\nalertBelow = 101\n");
+  companion_.settingsFileChanged();
+  writeSettings("[battery]\nalertBelow = 30\n");
+  companion_.settingsFileChanged();
+  EXPECT_EQ(thresholds, (std::vector<std::int64_t>{20, 30}));
+}
+
+TEST_F(CompanionTest, HandsOnPressesOfTheButton) {
+  serve();
+  asDaemon_->sendMessageName("buttonPressed");
+  asDaemon_->sendMessageName("buttonPressed");
+  phone_.runLoop.runUntilIdle();
+  EXPECT_EQ(button_.presses, 2);
+}
+
 TEST_F(CompanionTest, FiltersWhatIsNoNews) {
   serve();
   notify("Chat", "one");
   notify("Chat", "one");
   EXPECT_EQ(reached().size(), 1U);
+  EXPECT_EQ(bandWork_.causes, 1) << "and nothing keeps the phone awake";
 }
 
 }  // namespace

@@ -1,0 +1,81 @@
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+
+#include "companion/ChildProcesses.h"
+#include "platform/linux/LinuxRunLoop.h"
+#include "platform/linux/LocalTimeZone.h"
+#include "tests/platform/linux/RecordingLog.h"
+#include "tests/platform/linux/TemporaryDirectory.h"
+
+namespace wrixel2::companion {
+namespace {
+
+/// Real programs: the loop waits for their ends, and for nothing else.
+class ChildProcessesTest : public testing::Test {
+ protected:
+  void runToEnd(const std::vector<std::string>& command) {
+    children.run(command, "button.once");
+    EXPECT_TRUE(
+        loop.runUntil([this] { return children.running() == 0; }, std::chrono::seconds(10)));
+    EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1) << "a child is left";
+  }
+  std::string contents(const char* name) const {
+    std::ostringstream text;
+    text << std::ifstream(directory.path(name)).rdbuf();
+    return text.str();
+  }
+
+  platform::linux::TemporaryDirectory directory;
+  platform::linux::RecordingLog log;
+  platform::linux::LocalTimeZone zone;
+  platform::linux::LinuxRunLoop loop{log, zone};
+  ChildProcesses children{loop, log};
+};
+
+TEST_F(ChildProcessesTest, GivesAProgramItsArgumentsAndNothingOfItsOwn) {
+  // Left open over exec on purpose, and a signal that we ignore.
+  const int leak = ::open("/dev/null", O_RDONLY);
+  const auto before = ::signal(SIGPIPE, SIG_IGN);
+  const std::string script = "cd " + directory.path() + R"(
+    readlink /proc/$$/fd/0 /proc/$$/fd/1 >files
+    test -e /proc/$$/fd/)" + std::to_string(leak) +
+                             R"( && echo leak >>files
+    grep -E 'SigBlk|SigIgn' /proc/self/status >signals
+    echo to nowhere
+    printf '%s|' "$@" >arguments
+  )";
+  runToEnd({"sh", "-c", script, "sh", "a b", "$HOME; exit", ""});
+  ::signal(SIGPIPE, before);
+  ::close(leak);
+  EXPECT_EQ(contents("files"), "/dev/null\n/dev/null\n");
+  EXPECT_EQ(contents("signals"), "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n");
+  EXPECT_EQ(contents("arguments"), "a b|$HOME; exit||");
+  EXPECT_EQ(log.lines, std::vector<std::string>{});
+}
+
+TEST_F(ChildProcessesTest, SaysWhatDidNotWork) {
+  const struct {
+    std::vector<std::string> command;
+    const char* line;
+  } cases[] = {
+      {{"/nowhere/program", "x"}, "ERROR /nowhere/program of button.once cannot be started"},
+      {{"wrixel2-no-such-program"}, "ERROR wrixel2-no-such-program of button.once cannot be"},
+      {{directory.path()}, " of button.once cannot be started"},
+      {{"sh", "-c", "exit 3"}, "WARN sh of button.once failed with status 3"},
+      {{"sh", "-c", "kill -9 $$"}, "WARN sh of button.once was ended by signal 9"},
+  };
+  for (const auto& item : cases) {
+    log.lines.clear();
+    runToEnd(item.command);
+    EXPECT_EQ(log.count(item.line), 1U) << item.line;
+  }
+}
+
+}  // namespace
+}  // namespace wrixel2::companion

@@ -1,0 +1,97 @@
+#include <string>
+#include <vector>
+
+#include "companion/MprisPlayers.h"
+#include "tests/platform/linux/BusTest.h"
+
+namespace wrixel2::companion {
+namespace {
+
+using platform::Value;
+using platform::linux::BusConnection;
+using platform::linux::BusMessage;
+using platform::linux::BusSlot;
+
+class FakePlayer {
+ public:
+  FakePlayer(std::unique_ptr<BusConnection> bus, const std::string& name, std::string status,
+             std::vector<std::string>& controlled)
+      : bus_(std::move(bus)), status_(std::move(status)) {
+    slot_ = std::move(
+        *bus_->addInterface("/org/mpris/MediaPlayer2",
+                            {"org.mpris.MediaPlayer2.Player",
+                             {{"PlayPause",
+                               {},
+                               {},
+                               [&controlled, name](const BusMessage& call) {
+                                 controlled.push_back(name);
+                                 call.reply("", {});
+                               }}},
+                             {{"PlaybackStatus", "s", [this] { return Value(status_); }, nullptr}},
+                             {}}));
+    bus_->requestName("org.mpris.MediaPlayer2." + name);
+  }
+  void setStatus(const std::string& status) {
+    status_ = status;
+    sd_bus_emit_properties_changed(bus_->get(), "/org/mpris/MediaPlayer2",
+                                   "org.mpris.MediaPlayer2.Player", "PlaybackStatus", nullptr);
+  }
+
+ private:
+  std::unique_ptr<BusConnection> bus_;
+  std::string status_;
+  BusSlot slot_;
+};
+
+class MprisPlayersTest : public platform::linux::BusTest {
+ protected:
+  std::unique_ptr<FakePlayer> player(const std::string& name, const std::string& status) {
+    auto made = std::make_unique<FakePlayer>(open(), name, status, controlled);
+    settle();
+    return made;
+  }
+  void settle() {
+    for (int round = 0; round < 6; ++round) {
+      serveAll();
+    }
+  }
+  std::string playPause() {
+    settle();
+    controlled.clear();
+    players.playPause();
+    settle();
+    return controlled.empty() ? "nobody" : controlled.front();
+  }
+
+  std::vector<std::string> controlled;
+  MprisPlayers players{*own, log};
+};
+
+TEST_F(MprisPlayersTest, ControlsTheOneThatPlaysElseTheLastThatDidElseTheFirst) {
+  const auto film = player("film", "Stopped");
+  players.setFollowing(true);
+  settle();
+  EXPECT_EQ(playPause(), "film") << "was there before";
+  auto music = player("music", "Paused");
+  auto radio = player("radio", "Stopped");
+  EXPECT_EQ(playPause(), "film") << "the first";
+  music->setStatus("Playing");
+  EXPECT_EQ(playPause(), "music");
+  music->setStatus("Paused");
+  EXPECT_EQ(playPause(), "music") << "the last that played";
+  radio->setStatus("Playing");
+  film->setStatus("Playing");
+  radio->setStatus("Playing");
+  EXPECT_EQ(playPause(), "film") << "of two that play, the later";
+  film->setStatus("Stopped");
+  EXPECT_EQ(playPause(), "radio");
+  radio.reset();
+  EXPECT_EQ(playPause(), "film");
+  music.reset();
+  players.setFollowing(false);
+  EXPECT_EQ(playPause(), "nobody");
+  EXPECT_EQ(log.count("INFO There is no media player"), 1U);
+}
+
+}  // namespace
+}  // namespace wrixel2::companion
