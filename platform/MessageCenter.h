@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cerrno>
 #include <memory>
 #include <string_view>
 
@@ -8,6 +9,12 @@
 #include "platform/Value.h"
 
 namespace wrixel2::platform {
+
+/// A message whose answer is still to come. Destroying it drops the answer, not the message.
+class PendingAnswer {
+ public:
+  virtual ~PendingAnswer() = default;
+};
 
 /// A named center through which programs send each other messages: a name and a dictionary.
 ///
@@ -19,6 +26,14 @@ class MessageCenter {
   using Handler = UniqueFunction<void(std::string_view name, const Dictionary& userInfo)>;
   using ReplyingHandler =
       UniqueFunction<Result<Dictionary>(std::string_view name, const Dictionary& userInfo)>;
+
+  using AnswerHandler = UniqueFunction<void(const Result<Dictionary>& answer)>;
+
+  /// What an answer's error says of the message: nobody serves the center, or who served it went
+  /// without having answered. In both cases no handler has seen the message. Any other code is the
+  /// server's own refusal.
+  static constexpr long kNobodyServes = ESRCH;
+  static constexpr long kServerIsGone = ECONNRESET;
 
   virtual ~MessageCenter() = default;
 
@@ -32,6 +47,12 @@ class MessageCenter {
 
   /// Sends and forgets. Nobody serving the center is not an error.
   virtual void sendMessageName(std::string_view name, const Dictionary& userInfo = {}) = 0;
+
+  /// Sends, without waiting, and calls back in a later turn with the answer; however late that is,
+  /// there is no time limit. The handler is called at most once and may destroy what this returned.
+  /// Fails, and calls nothing, where the message cannot be sent at all.
+  [[nodiscard]] virtual Result<std::unique_ptr<PendingAnswer>> sendMessageNameForAnswer(
+      std::string_view name, const Dictionary& userInfo, AnswerHandler handler) = 0;
 
   /// Sends and waits for the reply, at most two seconds; what arrives meanwhile waits in order.
   /// Nobody serving the center fails at once.

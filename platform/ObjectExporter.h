@@ -17,7 +17,9 @@ struct ExportedProperty {
   std::string signature;
   std::function<Value()> get;
   /// None makes it read-only. An error refuses the value and reaches the writer.
-  std::function<ErrorOrNone(const Value&)> set;
+  std::function<ErrorOrNone(const Value&)> set = {};
+  /// Whether propertyChanged() is called for it; others learn so by introspection.
+  bool isAnnounced = true;
 };
 
 struct ExportedArgument {

@@ -36,6 +36,8 @@ class BusConnection {
   using Callback = UniqueFunction<void(const BusMessage& message)>;
 
   static constexpr TimeInterval kDefaultTimeout = std::chrono::seconds(25);
+  /// For a call that is waited for until it is answered or the callee has gone.
+  static constexpr TimeInterval kNoTimeout = TimeInterval(-1);
 
   /// The user's bus: of DBUS_SESSION_BUS_ADDRESS, else $XDG_RUNTIME_DIR/bus.
   static Result<std::unique_ptr<BusConnection>> openSession(LinuxRunLoop& loop);

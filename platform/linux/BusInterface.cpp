@@ -29,7 +29,10 @@ class RegisteredInterface {
       entry.names = keep(namesOf(method.in) + namesOf(method.out));
     }
     for (const auto& property : interface_.properties) {
-      std::uint64_t flags = SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE;
+      std::uint64_t flags = 0;
+      if (property.isAnnounced) {
+        flags |= SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE;
+      }
       std::uint8_t type = _SD_BUS_VTABLE_PROPERTY;
       if (property.set) {
         flags |= SD_BUS_VTABLE_UNPRIVILEGED;

@@ -42,6 +42,16 @@ bool BusMessage::is(std::string_view interfaceName, std::string_view memberName)
   return interface() == interfaceName && member() == memberName;
 }
 
+std::uint64_t BusMessage::cookie() const {
+  std::uint64_t cookie = 0;
+  return sd_bus_message_get_cookie(get(), &cookie) < 0 ? 0 : cookie;
+}
+
+std::uint64_t BusMessage::replyCookie() const {
+  std::uint64_t cookie = 0;
+  return sd_bus_message_get_reply_cookie(get(), &cookie) < 0 ? 0 : cookie;
+}
+
 std::string_view BusMessage::errorName() const {
   const auto* error = sd_bus_message_get_error(get());
   return error == nullptr ? "" : orEmpty(error->name);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -36,6 +37,11 @@ class BusMessage {
   std::string_view signature() const;
   /// Whether it is of that interface and name.
   bool is(std::string_view interface, std::string_view member) const;
+
+  /// The number by which its sender tells it from its other messages; a reply names the call's.
+  std::uint64_t cookie() const;
+  /// Of a reply: the cookie of the call that it answers; 0 else.
+  std::uint64_t replyCookie() const;
 
   /// Of an error reply; empty else.
   std::string_view errorName() const;

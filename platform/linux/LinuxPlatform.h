@@ -62,6 +62,8 @@ class LinuxPlatform {
   Log& log() { return *log_; }
   BusConnection& sessionBus() { return *sessionBus_; }
   FileManager& fileManager() { return files_; }
+  PropertyLists& propertyLists() { return propertyLists_; }
+  ObjectExporter& objectExporter() { return *objectExporter_; }
   const Clock& clock() const { return clock_; }
   MessageCenters& messageCenters() { return *messageCenters_; }
   DarwinNotifyCenter& darwinNotifyCenter() { return *darwinNotifyCenter_; }

@@ -14,6 +14,37 @@ namespace {
 
 constexpr const char* kDictionary = "a{sv}";
 
+class SdBusPendingAnswer final : public PendingAnswer {
+ public:
+  explicit SdBusPendingAnswer(BusSlot slot) : slot_(std::move(slot)) {}
+
+ private:
+  BusSlot slot_;
+};
+
+Error errorOfAnswer(const BusMessage& reply) {
+  Error error = reply.error();
+  const std::string_view name = reply.errorName();
+  if (name == SD_BUS_ERROR_NAME_HAS_NO_OWNER || name == SD_BUS_ERROR_SERVICE_UNKNOWN) {
+    error.code = MessageCenter::kNobodyServes;
+  } else if (name == SD_BUS_ERROR_NO_REPLY || name == SD_BUS_ERROR_DISCONNECTED) {
+    error.code = MessageCenter::kServerIsGone;
+  }
+  return error;
+}
+
+Result<Dictionary> dictionaryOf(const BusMessage& reply, std::string_view name) {
+  if (reply.signature() != kDictionary) {
+    return Error{EBADMSG, fmt::format("The reply to {} is of type \"{}\" instead of \"{}\"", name,
+                                      reply.signature(), kDictionary)};
+  }
+  auto arguments = reply.arguments();
+  if (!arguments) {
+    return arguments.error();
+  }
+  return *arguments->front().dictionary();
+}
+
 std::string pathOfCenter(std::string_view name) {
   std::string path = "/" + std::string(name);
   std::replace(path.begin(), path.end(), '.', '/');
@@ -155,6 +186,26 @@ void SdBusMessageCenter::sendMessageName(std::string_view name, const Dictionary
   }
 }
 
+Result<std::unique_ptr<PendingAnswer>> SdBusMessageCenter::sendMessageNameForAnswer(
+    std::string_view name, const Dictionary& userInfo, AnswerHandler handler) {
+  auto message = connection_.newMethodCall(address_, name, kDictionary, {userInfo});
+  if (!message) {
+    return message.error();
+  }
+  message->setAutoStart(false);
+  auto slot = connection_.callAsync(
+      *message,
+      [sent = std::string(name), handler = std::move(handler)](const BusMessage& reply) {
+        handler(reply.isError() ? Result<Dictionary>(errorOfAnswer(reply))
+                                : dictionaryOf(reply, sent));
+      },
+      BusConnection::kNoTimeout);
+  if (!slot) {
+    return slot.error();
+  }
+  return std::unique_ptr<PendingAnswer>(std::make_unique<SdBusPendingAnswer>(std::move(*slot)));
+}
+
 Result<Dictionary> SdBusMessageCenter::sendMessageAndReceiveReplyName(std::string_view name,
                                                                       const Dictionary& userInfo) {
   auto message = connection_.newMethodCall(address_, name, kDictionary, {userInfo});
@@ -166,15 +217,7 @@ Result<Dictionary> SdBusMessageCenter::sendMessageAndReceiveReplyName(std::strin
   if (!reply) {
     return reply.error();
   }
-  if (reply->signature() != kDictionary) {
-    return Error{EBADMSG, fmt::format("The reply to {} is of type \"{}\" instead of \"{}\"", name,
-                                      reply->signature(), kDictionary)};
-  }
-  auto arguments = reply->arguments();
-  if (!arguments) {
-    return arguments.error();
-  }
-  return *arguments->front().dictionary();
+  return dictionaryOf(*reply, name);
 }
 
 }  // namespace wrixel2::platform::linux

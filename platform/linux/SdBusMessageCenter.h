@@ -32,6 +32,9 @@ class SdBusMessageCenter final : public MessageCenter {
   void registerForMessageName(std::string_view name, Handler handler) override;
   void registerForMessageNameWithReply(std::string_view name, ReplyingHandler handler) override;
   void sendMessageName(std::string_view name, const Dictionary& userInfo = {}) override;
+  Result<std::unique_ptr<PendingAnswer>> sendMessageNameForAnswer(std::string_view name,
+                                                                  const Dictionary& userInfo,
+                                                                  AnswerHandler handler) override;
   Result<Dictionary> sendMessageAndReceiveReplyName(std::string_view name,
                                                     const Dictionary& userInfo = {}) override;
 

@@ -16,6 +16,15 @@ namespace {
 
 constexpr std::chrono::seconds kReplyTimeout{2};
 
+class SimulatedPendingAnswer final : public PendingAnswer {
+ public:
+  explicit SimulatedPendingAnswer(std::shared_ptr<MessageCenter::AnswerHandler> handler)
+      : handler_(std::move(handler)) {}
+
+ private:
+  std::shared_ptr<MessageCenter::AnswerHandler> handler_;
+};
+
 void setMembership(std::set<std::string, std::less<>>& set, std::string_view name, bool isMember) {
   if (isMember) {
     set.emplace(name);
@@ -39,6 +48,17 @@ std::vector<SentMessage> SimulatedMessageCenters::sentMessages(std::string_view 
 
 void SimulatedMessageCenters::setHanging(std::string_view center, bool isHanging) {
   setMembership(hanging_, center, isHanging);
+  if (!isHanging) {
+    deliverHeld(center);
+  }
+}
+
+void SimulatedMessageCenters::deliverHeld(std::string_view center) {
+  if (auto held = held_.extract(std::string(center))) {
+    for (Task& task : held.mapped()) {
+      loop_.post(std::move(task));
+    }
+  }
 }
 
 void SimulatedMessageCenters::setTaken(std::string_view center, bool isTaken) {
@@ -56,6 +76,7 @@ SimulatedMessageCenter::SimulatedMessageCenter(SimulatedMessageCenters& centers,
 SimulatedMessageCenter::~SimulatedMessageCenter() {
   if (server() == this) {
     centers_.servers_.erase(name_);
+    centers_.deliverHeld(name_);
   }
 }
 
@@ -111,6 +132,53 @@ void SimulatedMessageCenter::sendMessageName(std::string_view name, const Dictio
   if (served != nullptr && !centers_.hanging_.contains(name_)) {
     handleLater(centers_.loop_, *served, name, userInfo);
   }
+}
+
+void SimulatedMessageCenter::serve(const std::weak_ptr<Registration>& weak,
+                                   const std::string& message, const Dictionary& userInfo,
+                                   const AnswerHandler& answer) {
+  const auto registration = weak.lock();
+  if (registration == nullptr) {
+    answer(Error{kServerIsGone, fmt::format("Nobody is left to answer \"{}\"", message)});
+  } else if (registration->replyingHandler) {
+    answer(registration->replyingHandler(message, userInfo));
+  } else {
+    answer(Dictionary{});
+    registration->handler(message, userInfo);
+  }
+}
+
+Result<std::unique_ptr<PendingAnswer>> SimulatedMessageCenter::sendMessageNameForAnswer(
+    std::string_view name, const Dictionary& userInfo, AnswerHandler handler) {
+  centers_.sent_.push_back({name_, std::string(name), userInfo, true});
+  auto shared = std::make_shared<AnswerHandler>(std::move(handler));
+  const auto answer = [weakHandler = std::weak_ptr(shared)](const Result<Dictionary>& result) {
+    if (const auto waiting = weakHandler.lock()) {
+      (*waiting)(result);
+    }
+  };
+  SimulatedMessageCenter* const served = server();
+  const auto nobody = [&](long code) {
+    centers_.loop_.post([answer, code, text = fmt::format("{} does not take \"{}\"", name_, name)] {
+      answer(Error{code, text});
+    });
+  };
+  if (served == nullptr) {
+    nobody(kNobodyServes);
+  } else if (const auto entry = served->registrations_.find(name);
+             entry == served->registrations_.end()) {
+    nobody(ENOSYS);
+  } else {
+    Task deliver = [answer, weak = std::weak_ptr(entry->second), message = std::string(name),
+                    userInfo] { serve(weak, message, userInfo, answer); };
+    if (centers_.hanging_.contains(name_)) {
+      centers_.held_[name_].push_back(std::move(deliver));
+    } else {
+      centers_.loop_.post(std::move(deliver));
+    }
+  }
+  return std::unique_ptr<PendingAnswer>(
+      std::make_unique<SimulatedPendingAnswer>(std::move(shared)));
 }
 
 Result<Dictionary> SimulatedMessageCenter::sendMessageAndReceiveReplyName(

@@ -41,7 +41,8 @@ class SimulatedMessageCenters final : public MessageCenters {
   void clearSentMessages() { sent_.clear(); }
 
   /// The program behind the center does not answer any more: who waits for a reply of it gets an
-  /// error after two (virtual) seconds; messages without a reply are lost.
+  /// error after two (virtual) seconds; messages without a reply are lost; those sent for an answer
+  /// stay with it, until it goes on or (its center being destroyed) ends.
   void setHanging(std::string_view center, bool isHanging);
   /// Another program has the name: runServer fails.
   void setTaken(std::string_view center, bool isTaken);
@@ -50,11 +51,14 @@ class SimulatedMessageCenters final : public MessageCenters {
  private:
   friend class SimulatedMessageCenter;
 
+  void deliverHeld(std::string_view center);
+
   RunLoop& loop_;
   SimulatedClock& clock_;
   std::map<std::string, SimulatedMessageCenter*, std::less<>> servers_;
   std::set<std::string, std::less<>> hanging_;
   std::set<std::string, std::less<>> taken_;
+  std::map<std::string, std::vector<Task>, std::less<>> held_;
   std::vector<SentMessage> sent_;
 };
 
@@ -70,6 +74,9 @@ class SimulatedMessageCenter final : public MessageCenter {
   void registerForMessageName(std::string_view name, Handler handler) override;
   void registerForMessageNameWithReply(std::string_view name, ReplyingHandler handler) override;
   void sendMessageName(std::string_view name, const Dictionary& userInfo) override;
+  Result<std::unique_ptr<PendingAnswer>> sendMessageNameForAnswer(std::string_view name,
+                                                                  const Dictionary& userInfo,
+                                                                  AnswerHandler handler) override;
   Result<Dictionary> sendMessageAndReceiveReplyName(std::string_view name,
                                                     const Dictionary& userInfo) override;
 
@@ -82,6 +89,9 @@ class SimulatedMessageCenter final : public MessageCenter {
   };
 
   SimulatedMessageCenter* server() const;
+  /// The server's turn with a message that was sent for an answer.
+  static void serve(const std::weak_ptr<Registration>& weak, const std::string& message,
+                    const Dictionary& userInfo, const AnswerHandler& answer);
   static void handleLater(RunLoop& loop, SimulatedMessageCenter& server, std::string_view name,
                           const Dictionary& userInfo);
 

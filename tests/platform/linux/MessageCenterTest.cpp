@@ -238,6 +238,52 @@ TEST_F(MessageCenterTest, NobodyThereIsKnownAtOnce) {
   EXPECT_TRUE(log.lines.empty());
 }
 
+TEST_F(MessageCenterTest, AnAnswerIsCalledBackWithHoweverItCame) {
+  ASSERT_FALSE(center.runServer());
+  std::vector<std::string> answers;
+  std::vector<std::unique_ptr<PendingAnswer>> pending;
+  const auto send = [&](SdBusMessageCenter& sender, const char* name, const Dictionary& info) {
+    auto sent = sender.sendMessageNameForAnswer(name, info, [&](const Result<Dictionary>& answer) {
+      answers.push_back(answer ? "answer " + std::to_string(intForKey(*answer, "answer"))
+                               : "error " + std::to_string(answer.error().code));
+    });
+    ASSERT_TRUE(sent);
+    pending.push_back(std::move(*sent));
+  };
+  const auto next = [&] {
+    serveUntil([&] { return !answers.empty(); });
+    return answers.empty() ? "" : std::exchange(answers, {}).front();
+  };
+  SdBusMessageCenter toCenter(*other, log, kName);
+  send(toCenter, "note", {{"text", "a"}});
+  EXPECT_EQ(next(), "answer 0");
+  EXPECT_EQ(received.size(), 1U);
+  send(toCenter, "ask", {{"question", 41}});
+  EXPECT_EQ(next(), "answer 42");
+  send(toCenter, "ask", {{"fail", true}});
+  EXPECT_EQ(next(), "error " + std::to_string(EOPNOTSUPP));
+
+  SdBusMessageCenter toNobody(*other, log, "org.example.Nobody");
+  send(toNobody, "note", {});
+  EXPECT_EQ(next(), "error " + std::to_string(MessageCenter::kNobodyServes));
+
+  // One that has the name and goes without having answered.
+  auto dying = open();
+  ASSERT_FALSE(dying->requestName("org.example.Dying"));
+  SdBusMessageCenter toDying(*other, log, "org.example.Dying");
+  send(toDying, "note", {});
+  serveAll();
+  EXPECT_TRUE(answers.empty());
+  sd_bus_close(dying->get());
+  EXPECT_EQ(next(), "error " + std::to_string(MessageCenter::kServerIsGone));
+
+  send(toCenter, "note", {{"text", "b"}});
+  pending.clear();
+  serveAll();
+  EXPECT_EQ(received.size(), 2U) << "the answer is dropped, the message is not";
+  EXPECT_TRUE(answers.empty());
+}
+
 TEST_F(MessageCenterTest, ASilentServerCostsNoMoreThanTheTimeout) {
   ASSERT_FALSE(other->requestName("org.example.Silent"));
   SdBusMessageCenter asking(*own, log, "org.example.Silent", std::chrono::milliseconds(20));

@@ -70,6 +70,54 @@ TEST_F(SimulatedCentersTest, ARequestIsAnsweredInsideTheCall) {
   EXPECT_EQ(handled, 1);
 }
 
+TEST_F(SimulatedCentersTest, AMessageThatIsSentForAnAnswerGetsItLater) {
+  auto server = center();
+  std::vector<std::string> events;
+  server->registerForMessageName(
+      "tell", [&](std::string_view, const Dictionary&) { events.emplace_back("told"); });
+  server->registerForMessageNameWithReply(
+      "get", [](std::string_view, const Dictionary&) { return Dictionary{{"value", 5}}; });
+  const auto client = center();
+  std::unique_ptr<PendingAnswer> pending;
+  const auto send = [&](const char* name) {
+    auto sent = client->sendMessageNameForAnswer(name, {}, [&](const Result<Dictionary>& answer) {
+      events.push_back(answer ? "answer " + std::to_string(intForKey(*answer, "value"))
+                              : "error " + std::to_string(answer.error().code));
+      pending.reset();
+    });
+    ASSERT_TRUE(sent);
+    pending = std::move(*sent);
+  };
+  const auto eventsSince = [&] {
+    platform_.runLoop.runUntilIdle();
+    return std::exchange(events, {});
+  };
+  using Events = std::vector<std::string>;
+  send("tell");
+  EXPECT_EQ(eventsSince(), Events{"error " + std::to_string(MessageCenter::kNobodyServes)});
+  ASSERT_EQ(server->runServer(), std::nullopt);
+  send("tell");
+  EXPECT_TRUE(events.empty());
+  EXPECT_EQ(eventsSince(), (Events{"answer 0", "told"}));
+  send("get");
+  EXPECT_EQ(eventsSince(), Events{"answer 5"});
+  send("unknown");
+  EXPECT_EQ(eventsSince(), Events{"error " + std::to_string(ENOSYS)});
+  send("tell");
+  pending.reset();
+  EXPECT_EQ(eventsSince(), Events{"told"}) << "the answer is dropped, the message is not";
+
+  platform_.messageCenters.setHanging("org.example.Center", true);
+  send("tell");
+  EXPECT_EQ(eventsSince(), Events{});
+  platform_.messageCenters.setHanging("org.example.Center", false);
+  EXPECT_EQ(eventsSince(), (Events{"answer 0", "told"}));
+  platform_.messageCenters.setHanging("org.example.Center", true);
+  send("tell");
+  server.reset();
+  EXPECT_EQ(eventsSince(), Events{"error " + std::to_string(MessageCenter::kServerIsGone)});
+}
+
 TEST_F(SimulatedCentersTest, WhatIsSentIsRecordedThoughNobodyServes) {
   const auto client = center();
   client->sendMessageName("alertUser", {{"title", "Hello"}});
