@@ -1,7 +1,6 @@
 #include "daemon/ForwardingRules.h"
 
 #include <chrono>
-#include <string_view>
 #include <utility>
 
 #include <fmt/format.h>
@@ -70,6 +69,27 @@ ForwardingRule decidingRule(const Bulletin& bulletin, const Settings& settings,
 }
 
 }  // namespace
+
+std::string_view reasonOf(ForwardingRule rule) {
+  switch (rule) {
+    case ForwardingRule::enhancedAlarm:
+    case ForwardingRule::forward:
+      return {};
+    case ForwardingRule::disabled:
+      return "the service is switched off";
+    case ForwardingRule::doNotDisturb:
+      return "Do Not Disturb is on";
+    case ForwardingRule::onlyLocked:
+      return "the phone is not locked";
+    case ForwardingRule::phoneApp:
+      return "calls are alerted as calls";
+    case ForwardingRule::clockWithoutTitle:
+      return "an alarm without a title";
+    case ForwardingRule::doNotAnnoy:
+      return "too soon after the last one";
+  }
+  return {};
+}
 
 BandAlert enhancedAlarmAlert() { return {.repeat = 20, .icon = 27, .pattern = 8, .text = {}}; }
 

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "daemon/MsgInfo.h"
 #include "daemon/Settings.h"
@@ -44,6 +45,9 @@ enum class ForwardingRule : std::uint8_t {
   doNotAnnoy,         ///< dropped: too soon after the last one
   forward             ///< to the band, as the app's settings say
 };
+
+/// Why a notification was dropped, for the log; empty for the rules that send it to the band.
+std::string_view reasonOf(ForwardingRule rule);
 
 /// What the decision depends on beside the settings and the notification.
 struct ForwardingCircumstances {

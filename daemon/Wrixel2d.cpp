@@ -209,6 +209,8 @@ void Wrixel2d::handleBulletinRequest(const platform::Dictionary& userInfo) {
                                 MsgInfo(bulletin.sender, platform_.clock.now(), now));
     }
     logger_.info(fmt::format("#Forwaring: {}", bulletin.sectionID));
+  } else {
+    logger_.info(fmt::format("Not forwarding {}: {}", bulletin.sectionID, reasonOf(decision.rule)));
   }
   if (decision.alert) {
     notifyBand(*decision.alert);

@@ -69,6 +69,10 @@ class RegistrationRecorder final : public platform::MessageCenters,
     }
     void registerForMessageNameWithReply(std::string_view, ReplyingHandler) override {}
     void sendMessageName(std::string_view, const Dictionary&) override {}
+    platform::Result<std::unique_ptr<platform::PendingAnswer>> sendMessageNameForAnswer(
+        std::string_view, const Dictionary&, AnswerHandler) override {
+      return platform::Error{};
+    }
     platform::Result<Dictionary> sendMessageAndReceiveReplyName(std::string_view,
                                                                 const Dictionary&) override {
       return Dictionary{};
@@ -497,8 +501,43 @@ TEST_F(Wrixel2dTest, ANotificationIsForwardedAsTheAppsSettingsSay) {
   forget();
   send("DND", {{"DNDEnabled", true}});
   bulletin(kMessage);
-  EXPECT_TRUE(lines(LogLevel::info).empty());
+  EXPECT_EQ(lines(LogLevel::info),
+            (std::vector<std::string>{"Not forwarding org.example.Chat: Do Not Disturb is on"}));
   EXPECT_FALSE(newBandAlert());
+}
+
+TEST_F(Wrixel2dTest, WhatIsNotForwardedHasOneLineWithItsReason) {
+  struct {
+    Dictionary settings;
+    Dictionary bulletin;
+    const char* line;
+  } const cases[] = {
+      {{{"enabled", false}}, {{"sectionID", "app"}}, "app: the service is switched off"},
+      {{{"onlyLocked", true}}, {{"sectionID", "app"}}, "app: the phone is not locked"},
+      {{},
+       {{"sectionID", "com.apple.mobilephone"}},
+       "com.apple.mobilephone: calls are alerted as calls"},
+      {{},
+       {{"sectionID", "com.apple.mobiletimer"}},
+       "com.apple.mobiletimer: an alarm without a title"},
+      {{{"donotannoy", true}}, {{"sectionID", "twice"}}, "twice: too soon after the last one"},
+  };
+  startService();
+  post("com.apple.springboard.lockstate");
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.line);
+    companion->settings = c.settings;
+    postPreference("/hk");
+    run();
+    if (c.settings.contains("donotannoy")) {
+      bulletin(c.bulletin);
+    }
+    forget();
+    bulletin(c.bulletin);
+    EXPECT_EQ(lines(LogLevel::info),
+              (std::vector<std::string>{std::string("Not forwarding ") + c.line}));
+    EXPECT_FALSE(newBandAlert());
+  }
 }
 
 TEST_F(Wrixel2dTest, EntriesOfTheWrongKindReadAsAbsent) {
