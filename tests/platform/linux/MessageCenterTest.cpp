@@ -272,8 +272,7 @@ TEST_F(MessageCenterTest, AnAnswerIsCalledBackWithHoweverItCame) {
   ASSERT_FALSE(dying->requestName("org.example.Dying"));
   SdBusMessageCenter toDying(*other, log, "org.example.Dying");
   send(toDying, "note", {});
-  serveAll();
-  EXPECT_TRUE(answers.empty());
+  ASSERT_TRUE(other->nameHasOwner("org.example.Dying")) << "the bus has passed it on";
   sd_bus_close(dying->get());
   EXPECT_EQ(next(), "error " + std::to_string(MessageCenter::kServerIsGone));
 
