@@ -1,6 +1,10 @@
 #include "companion/AppNotification.h"
 
+#include <algorithm>
 #include <string_view>
+#include <vector>
+
+#include <fmt/format.h>
 
 #include "companion/Markup.h"
 
@@ -12,6 +16,11 @@ using platform::Array;
 using platform::Dictionary;
 using platform::Error;
 using platform::Result;
+
+constexpr std::string_view kGnomeClocks = "org.gnome.clocks";
+constexpr std::string_view kKClock = "org.kde.kclock";
+constexpr std::string_view kAlarmSection = "com.apple.mobiletimer";
+constexpr std::string_view kSnoozing = "Snoozing";
 
 const std::string* textAt(const Array& arguments, std::size_t index) {
   return index < arguments.size() ? arguments[index].text() : nullptr;
@@ -37,7 +46,122 @@ std::optional<std::string> senderOf(const Dictionary& details,
   return isMessage ? title : std::nullopt;
 }
 
+/// An action's name, which its target may follow: "app.stop-alarm::1", or "app.stop-alarm('1')".
+bool isAction(std::string_view action, std::string_view name) {
+  return action.starts_with(name) &&
+         (action.size() == name.size() || action[name.size()] == ':' || action[name.size()] == '(');
+}
+
+AlarmPhase phaseByActions(const std::vector<std::string>& actions) {
+  const auto has = [&actions](std::string_view name) {
+    return std::any_of(actions.begin(), actions.end(),
+                       [name](const std::string& action) { return isAction(action, name); });
+  };
+  if (!has("app.stop-alarm")) {
+    return AlarmPhase::none;
+  }
+  return has("app.snooze-alarm") ? AlarmPhase::ringing : AlarmPhase::snoozing;
+}
+
+AlarmPhase phaseByEvent(const std::string& event) {
+  if (event == "alarm") {
+    return AlarmPhase::ringing;
+  }
+  const bool isSnooze = event.find("nooze") != std::string::npos;
+  return isSnooze ? AlarmPhase::snoozing : AlarmPhase::none;
+}
+
+/// Actions come in pairs of a name and a label.
+std::vector<std::string> actionsOf(const Array* pairs) {
+  std::vector<std::string> actions;
+  for (std::size_t i = 0; pairs != nullptr && i < pairs->size(); i += 2) {
+    if (const std::string* action = (*pairs)[i].text()) {
+      actions.push_back(*action);
+    }
+  }
+  return actions;
+}
+
+std::vector<std::string> actionsOfButtons(const Dictionary& details) {
+  std::vector<std::string> actions;
+  const platform::Value* buttons = platform::find(details, "buttons");
+  if (buttons == nullptr || buttons->array() == nullptr) {
+    return actions;
+  }
+  for (const platform::Value& button : *buttons->array()) {
+    if (button.dictionary() != nullptr) {
+      actions.push_back(platform::textForKey(*button.dictionary(), "action").value_or(""));
+    }
+  }
+  return actions;
+}
+
+/// Texts as they are compared: without markup, and with any blanks as one.
+std::string normalized(const std::string& text) {
+  std::string words;
+  for (const char c : textWithoutMarkup(text)) {
+    const bool isBlank = c == ' ' || c == '\n' || c == '\t' || c == '\r';
+    if (!isBlank) {
+      words.push_back(c);
+    } else if (!words.empty() && words.back() != ' ') {
+      words.push_back(' ');
+    }
+  }
+  return withoutSuffix(std::move(words), " ");
+}
+
+std::optional<std::string> titleOf(const AppNotification& notification) {
+  switch (notification.alarm) {
+    case AlarmPhase::none:
+      return notification.title;
+    case AlarmPhase::snoozing:
+      return std::string(kSnoozing);
+    case AlarmPhase::ringing:
+      break;
+  }
+  // One that its owner has called that would else not ring.
+  return notification.title && *notification.title != kSnoozing ? *notification.title : "Alarm";
+}
+
+Result<AppNotification> notificationNamedByItsApp(const Array& arguments) {
+  const std::string* app = textAt(arguments, 0);
+  const std::string* name = textAt(arguments, 1);
+  const Dictionary* details = arguments.size() > 2 ? arguments[2].dictionary() : nullptr;
+  if (app == nullptr || name == nullptr || details == nullptr) {
+    return Error{0, "the arguments are not those of AddNotification"};
+  }
+  AppNotification notification;
+  notification.app = *app;
+  notification.title = textOrNone(platform::textForKey(*details, "title").value_or(""));
+  notification.body = platform::textForKey(*details, "body").value_or("");
+  notification.sender = senderOf(*details, notification.title);
+  notification.handle = handleOfName(*app, *name);
+  if (*app == kGnomeClocks) {
+    notification.alarm = phaseByActions(actionsOfButtons(*details));
+  }
+  return notification;
+}
+
 }  // namespace
+
+std::string AppNotification::replacedHandle() const {
+  return replacedId == 0 ? std::string() : handleOfNumber(replacedId);
+}
+
+bool AppNotification::saysTheSame(const AppNotification& other) const {
+  return normalized(title.value_or("")) == normalized(other.title.value_or("")) &&
+         normalized(body) == normalized(other.body);
+}
+
+std::string handleOfName(std::string_view app, std::string_view name) {
+  return fmt::format("name {} {}", app, name);
+}
+
+std::string handleOfNumber(std::int64_t number) { return fmt::format("number {}", number); }
+
+std::string handleOfCall(std::string_view caller, std::uint64_t cookie) {
+  return fmt::format("call {} {}", caller, cookie);
+}
 
 Result<AppNotification> notificationFromNotify(const Array& arguments) {
   const std::string* appName = textAt(arguments, 0);
@@ -56,27 +180,36 @@ Result<AppNotification> notificationFromNotify(const Array& arguments) {
   notification.sender = senderOf(*hints, notification.title);
   notification.isTransient = platform::boolForKey(*hints, "transient");
   notification.replacedId = arguments[1].longValue();
+  notification.appName = *appName;
+  if (notification.app == kGnomeClocks) {
+    notification.alarm = phaseByActions(actionsOf(arguments[5].array()));
+  } else if (notification.app == kKClock) {
+    notification.alarm = phaseByEvent(platform::textForKey(*hints, "x-kde-eventId").value_or(""));
+  }
   return notification;
 }
 
 Result<AppNotification> notificationFromAddNotification(const Array& arguments) {
-  const std::string* app = textAt(arguments, 0);
-  const Dictionary* details = arguments.size() > 2 ? arguments[2].dictionary() : nullptr;
-  if (app == nullptr || details == nullptr) {
-    return Error{0, "the arguments are not those of AddNotification"};
+  return notificationNamedByItsApp(arguments);
+}
+
+Result<AppNotification> notificationFromPortal(const Array& arguments) {
+  auto notification = notificationNamedByItsApp(arguments);
+  if (notification && notification->body.empty()) {
+    notification->body = textWithoutMarkup(
+        platform::textForKey(*arguments[2].dictionary(), "markup-body").value_or(""));
   }
-  AppNotification notification;
-  notification.app = *app;
-  notification.title = textOrNone(platform::textForKey(*details, "title").value_or(""));
-  notification.body = platform::textForKey(*details, "body").value_or("");
-  notification.sender = senderOf(*details, notification.title);
   return notification;
 }
 
+std::string sectionOf(const AppNotification& notification) {
+  return notification.alarm == AlarmPhase::none ? notification.app : std::string(kAlarmSection);
+}
+
 Dictionary bulletinUserInfo(const AppNotification& notification) {
-  Dictionary userInfo{{"sectionID", notification.app}, {"message", notification.body}};
-  if (notification.title) {
-    userInfo.emplace("title", *notification.title);
+  Dictionary userInfo{{"sectionID", sectionOf(notification)}, {"message", notification.body}};
+  if (const auto title = titleOf(notification)) {
+    userInfo.emplace("title", *title);
   }
   if (notification.sender) {
     userInfo.emplace("sender", *notification.sender);

@@ -10,27 +10,57 @@ namespace wrixel2::companion {
 
 namespace {
 
+using platform::Array;
 using platform::linux::BusConnection;
 using platform::linux::BusMessage;
 
 constexpr std::string_view kNotifications = "org.freedesktop.Notifications";
 constexpr std::string_view kGtkNotifications = "org.gtk.Notifications";
+constexpr std::string_view kPortal = "org.freedesktop.impl.portal.Notification";
 /// To which GNOME's notification service hands on, as one more Notify, each that it gets.
 constexpr std::string_view kForwardDestination = "org.gnome.Shell";
 
-std::string matchRule(std::string_view interface, std::string_view member) {
-  return fmt::format("type='method_call',interface='{}',member='{}'", interface, member);
+std::vector<std::string> matchRules() {
+  std::vector<std::string> rules;
+  const auto add = [&rules](std::string_view type, std::string_view interface,
+                            std::string_view member) {
+    rules.push_back(fmt::format("type='{}',interface='{}',member='{}'", type, interface, member));
+  };
+  add("method_call", kNotifications, "Notify");
+  add("method_call", kNotifications, "CloseNotification");
+  add("method_call", kGtkNotifications, "AddNotification");
+  add("method_call", kGtkNotifications, "RemoveNotification");
+  add("method_call", kPortal, "AddNotification");
+  add("method_call", kPortal, "RemoveNotification");
+  for (const std::string_view signal : {"NotificationClosed", "ActionInvoked"}) {
+    rules.push_back(fmt::format("type='signal',sender='{0}',interface='{0}',member='{1}'",
+                                kNotifications, signal));
+  }
+  rules.push_back(fmt::format("type='method_return',sender='{}'", kNotifications));
+  return rules;
+}
+
+/// Of an end that is told by number.
+std::string numberedHandle(const Array& arguments) {
+  return arguments.empty() ? std::string() : handleOfNumber(arguments[0].longValue());
+}
+
+/// Of an end that is told by the app and its own name for the notification.
+std::string namedHandle(const Array& arguments) {
+  const bool isNamed =
+      arguments.size() >= 2 && arguments[0].text() != nullptr && arguments[1].text() != nullptr;
+  return isNamed ? handleOfName(*arguments[0].text(), *arguments[1].text()) : std::string();
 }
 
 }  // namespace
 
 platform::Result<std::unique_ptr<BusNotificationMonitor>> BusNotificationMonitor::start(
     platform::linux::LinuxRunLoop& loop, platform::Log& log, std::string ownConnection,
-    Callback callback) {
+    NotificationListener& listener) {
   std::unique_ptr<BusNotificationMonitor> monitor(
-      new BusNotificationMonitor(std::move(ownConnection), std::move(callback)));
+      new BusNotificationMonitor(std::move(ownConnection), listener));
   auto opened = BusConnection::openSessionMonitor(
-      loop, {matchRule(kNotifications, "Notify"), matchRule(kGtkNotifications, "AddNotification")},
+      loop, matchRules(),
       [raw = monitor.get()](const BusMessage& message) { raw->received(message); });
   if (!opened) {
     return opened.error();
@@ -45,20 +75,50 @@ platform::Result<std::unique_ptr<BusNotificationMonitor>> BusNotificationMonitor
 }
 
 void BusNotificationMonitor::received(const BusMessage& message) const {
-  // A copy that is addressed by the shell's unique name is told by its texts (NotificationFilter).
-  if (message.sender() == ownConnection_ || message.destination() == kForwardDestination) {
+  // Of the answers, which may be many, only those with a number can be that of a Notify.
+  const bool isAnswer = !message.isMethodCall() && !message.isSignal();
+  if (isAnswer && message.signature() != "u") {
     return;
   }
-  // Ill-formed notifications are between the app and the service that it called.
+  // Ill-formed messages are between their sender and the one that it sent them to.
   const auto arguments = message.arguments();
   if (!arguments) {
     return;
   }
-  const auto notification = message.is(kNotifications, "Notify")
-                                ? notificationFromNotify(*arguments)
-                                : notificationFromAddNotification(*arguments);
+  if (isAnswer) {
+    listener_.notificationRenamed(handleOfCall(message.destination(), message.replyCookie()),
+                                  numberedHandle(*arguments));
+  } else if (message.isMethodCall()) {
+    receivedCall(message, *arguments);
+  } else if (message.interface() == kNotifications) {
+    listener_.notificationEnded(numberedHandle(*arguments));
+  }
+}
+
+void BusNotificationMonitor::receivedCall(const BusMessage& message, const Array& arguments) const {
+  // A copy that is addressed by the shell's unique name is told by its texts (NotificationFilter).
+  if (message.sender() == ownConnection_ || message.destination() == kForwardDestination) {
+    return;
+  }
+  if (message.is(kNotifications, "Notify")) {
+    auto notification = notificationFromNotify(arguments);
+    if (notification) {
+      notification->handle = handleOfCall(message.sender(), message.cookie());
+    }
+    report(notification);
+  } else if (message.is(kNotifications, "CloseNotification")) {
+    listener_.notificationEnded(numberedHandle(arguments));
+  } else if (message.member() == "RemoveNotification") {
+    listener_.notificationEnded(namedHandle(arguments));
+  } else {
+    report(message.interface() == kPortal ? notificationFromPortal(arguments)
+                                          : notificationFromAddNotification(arguments));
+  }
+}
+
+void BusNotificationMonitor::report(const platform::Result<AppNotification>& notification) const {
   if (notification) {
-    callback_(*notification);
+    listener_.appNotified(*notification);
   }
 }
 

@@ -9,6 +9,7 @@
 #include "companion/ButtonPresses.h"
 #include "companion/DoNotDisturbSource.h"
 #include "companion/LockSource.h"
+#include "companion/SeenApps.h"
 #include "companion/UserAlertPresenter.h"
 #include "protocol/MBBLE/MBHealthKitManager.h"
 #include "settings/GlobalKeys.h"
@@ -34,12 +35,17 @@ Companion::Companion(CompanionSurroundings surroundings, const std::string& sett
       filter_(surroundings.clock),
       miFitPath_(std::move(miFitPath)),
       center_(surroundings.messageCenters.centerNamed(kCenterName)),
-      daemonCenter_(surroundings.messageCenters.centerNamed(kDaemonCenterName)) {}
+      daemonCenter_(surroundings.messageCenters.centerNamed(kDaemonCenterName)),
+      outbox_(*daemonCenter_, surroundings.clock, surroundings.log,
+              [this](const std::string& sectionID) { announceSettingsOf(sectionID); }) {}
 
 platform::ErrorOrNone Companion::serve() {
   // Before the first question can come: a daemon that runs already asks as soon as it sees us.
   settings_.load();
   tellCompanionSettings();
+  for (const SeenApp& app : surroundings_.seenApps.apps()) {
+    settings_.noteApp(app.identifier);
+  }
   registerMessages();
   return center_->runServer();
 }
@@ -63,12 +69,41 @@ void Companion::registerMessages() {
 
 void Companion::introduceToDaemon() {
   knownPrefs_.clear();
-  daemonCenter_->sendMessageName("DND", {{"DNDEnabled", surroundings_.doNotDisturb.isActive()}});
-  if (surroundings_.lock.isLocked()) {
+  sendDoNotDisturb();
+  postLockState();
+  daemonCenter_->sendMessageName("letUsStart");
+  isIntroduced_ = true;
+  outbox_.resume();
+}
+
+void Companion::daemonGone() {
+  isIntroduced_ = false;
+  outbox_.hold();
+}
+
+void Companion::doNotDisturbChanged() {
+  if (isIntroduced_ && surroundings_.doNotDisturb.isActive() != toldDoNotDisturb_) {
+    sendDoNotDisturb();
+  }
+}
+
+void Companion::sendDoNotDisturb() {
+  toldDoNotDisturb_ = surroundings_.doNotDisturb.isActive();
+  daemonCenter_->sendMessageName("DND", {{"DNDEnabled", toldDoNotDisturb_}});
+}
+
+void Companion::lockChanged() {
+  if (isIntroduced_ && surroundings_.lock.isLocked() != toldLocked_) {
+    postLockState();
+  }
+}
+
+void Companion::postLockState() {
+  toldLocked_ = surroundings_.lock.isLocked();
+  if (toldLocked_) {
     surroundings_.darwinNotifyCenter.post(kLockComplete);
   }
   surroundings_.darwinNotifyCenter.post(kLockState);
-  daemonCenter_->sendMessageName("letUsStart");
 }
 
 void Companion::tellCompanionSettings() {
@@ -88,18 +123,42 @@ void Companion::settingsFileChanged() {
 }
 
 void Companion::appNotified(const AppNotification& notification) {
+  endAlarms(alarms_.replacedBy(notification));
   if (!filter_.passes(notification)) {
+    alarms_.shownAgain(notification);
     return;
   }
-  settings_.noteApp(notification.app);
-  const std::string key = settings::iconKey(notification.app);
+  surroundings_.bandWork.bandHasWork();
+  const std::string sectionID = sectionOf(notification);
+  settings_.noteApp(sectionID);
+  const auto ticket = outbox_.add(sectionID, bulletinUserInfo(notification));
+  if (notification.alarm == AlarmPhase::ringing) {
+    alarms_.alerted(notification, ticket);
+  }
+  surroundings_.seenApps.noted(sectionID, notification.appName);
+}
+
+void Companion::notificationRenamed(const std::string& handle, const std::string& other) {
+  alarms_.renamed(handle, other);
+}
+
+void Companion::notificationEnded(const std::string& handle) { endAlarms(alarms_.ended(handle)); }
+
+void Companion::endAlarms(const AlarmWatch::Tickets& tickets) {
+  for (const auto ticket : tickets) {
+    if (outbox_.takeBack(ticket)) {
+      daemonCenter_->sendMessageName("stopVibration");
+    }
+  }
+}
+
+void Companion::announceSettingsOf(const std::string& sectionID) {
+  const std::string key = settings::iconKey(sectionID);
   Dictionary prefs = settings_.prefs();
   if (prefs.contains(key) && !knownPrefs_.contains(key)) {
     knownPrefs_ = std::move(prefs);
     surroundings_.darwinNotifyCenter.post(settings::notificationName(settings::Announcement::hk));
   }
-  surroundings_.bandWork.bandHasWork();
-  daemonCenter_->sendMessageName("bulletinRequest", bulletinUserInfo(notification));
 }
 
 Dictionary Companion::answerPrefs() {

@@ -5,8 +5,10 @@
 #include <string>
 #include <utility>
 
-#include "companion/AppNotification.h"
+#include "companion/AlarmWatch.h"
+#include "companion/BulletinOutbox.h"
 #include "companion/NotificationFilter.h"
+#include "companion/NotificationListener.h"
 #include "companion/SettingsStore.h"
 #include "platform/Clock.h"
 #include "platform/Log.h"
@@ -23,6 +25,7 @@ class BandWork;
 class ButtonPresses;
 class DoNotDisturbSource;
 class LockSource;
+class SeenApps;
 class UserAlertPresenter;
 
 /// What the companion works with; all of it outlives the companion.
@@ -41,13 +44,14 @@ struct CompanionSurroundings {
   mbble::MBHealthKitManager& healthKit;
   ButtonPresses& button;
   BandWork& bandWork;
+  SeenApps& seenApps;
 };
 
 /// The daemon's partner in the phone's shell: it answers the daemon's questions for settings and
 /// paths, and tells it what happens on the phone.
 ///
 /// It never waits for the daemon, which may at that moment be waiting for an answer from here.
-class Companion {
+class Companion final : public NotificationListener {
  public:
   /// `miFitPath` is the directory with the files of the band maker's app.
   Companion(CompanionSurroundings surroundings, const std::string& settingsPath,
@@ -65,17 +69,31 @@ class Companion {
   /// Tells the daemon the present state of the phone, and that it can start. For the companion's
   /// own start and whenever the daemon has come back.
   void introduceToDaemon();
+  /// The daemon has gone: what is for it waits until the next introduction.
+  void daemonGone();
 
   /// The settings file may have changed.
   void settingsFileChanged();
 
-  /// An app has notified.
-  void appNotified(const AppNotification& notification);
+  /// Tell the daemon, unless it has been told that already or will be by the introduction.
+  void doNotDisturbChanged();
+  void lockChanged();
+
+  /// See SettingsStore::problem().
+  const std::string& settingsProblem() const { return settings_.problem(); }
+
+  void appNotified(const AppNotification& notification) override;
+  void notificationRenamed(const std::string& handle, const std::string& other) override;
+  void notificationEnded(const std::string& handle) override;
 
  private:
   void registerMessages();
   void tellCompanionSettings();
   platform::Dictionary answerPrefs();
+  void announceSettingsOf(const std::string& sectionID);
+  void endAlarms(const AlarmWatch::Tickets& tickets);
+  void sendDoNotDisturb();
+  void postLockState();
   void showUserAlert(const platform::Dictionary& userInfo);
   /// Answers when the rate is durable, or with the error.
   platform::Result<platform::Dictionary> storeHeartRate(const platform::Dictionary& userInfo);
@@ -89,10 +107,16 @@ class Companion {
   /// What the daemon has, as far as is known: the dictionary last sent to it, and the one that it
   /// has been told to fetch.
   platform::Dictionary knownPrefs_;
+  bool isIntroduced_ = false;
+  /// What the daemon was last told.
+  bool toldDoNotDisturb_ = false;
+  bool toldLocked_ = false;
   /// Whether the owner knows that heart rates are not stored at present.
   bool isStoreFailureShown_ = false;
   std::unique_ptr<platform::MessageCenter> center_;
   std::unique_ptr<platform::MessageCenter> daemonCenter_;
+  BulletinOutbox outbox_;
+  AlarmWatch alarms_;
 };
 
 }  // namespace wrixel2::companion

@@ -6,8 +6,8 @@ using platform::linux::BusConnection;
 using platform::linux::BusMessage;
 
 platform::Result<std::unique_ptr<DaemonWatch>> DaemonWatch::start(BusConnection& bus,
-                                                                  std::function<void()> ready) {
-  std::unique_ptr<DaemonWatch> watch(new DaemonWatch(bus, std::move(ready)));
+                                                                  Callback ready, Callback gone) {
+  std::unique_ptr<DaemonWatch> watch(new DaemonWatch(bus, std::move(ready), std::move(gone)));
   auto match = bus.addMatch(
       "type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
       "member='NameOwnerChanged',arg0='org.corvale.wrixel2dIpc'",
@@ -15,7 +15,12 @@ platform::Result<std::unique_ptr<DaemonWatch>> DaemonWatch::start(BusConnection&
         const auto arguments = message.arguments();
         const std::string* newOwner =
             arguments && arguments->size() == 3 ? (*arguments)[2].text() : nullptr;
-        if (newOwner != nullptr && !newOwner->empty()) {
+        if (newOwner == nullptr) {
+          return;
+        }
+        raw->pendingPing_.reset();
+        raw->gone_();
+        if (!newOwner->empty()) {
           raw->askForSignOfLife();
         }
       });

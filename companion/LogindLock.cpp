@@ -25,20 +25,30 @@ std::string pathOf(const BusMessage& reply) {
 
 }  // namespace
 
-LogindLock::LogindLock(platform::linux::BusConnection& bus) : bus_(bus) {
+void LogindLock::busFound(platform::linux::BusConnection& bus) {
+  bus_ = &bus;
   subscribe();
   findSession();
 }
 
+void LogindLock::busLost() {
+  ownerChanges_.reset();
+  newSessions_.reset();
+  removedSessions_.reset();
+  pendingQuestion_.reset();
+  follow("");
+  bus_ = nullptr;
+}
+
 void LogindLock::subscribe() {
   ownerChanges_ = slotOf(
-      bus_.addMatch("type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
-                    "member='NameOwnerChanged',arg0='org.freedesktop.login1'",
-                    [this](const BusMessage&) { findSession(); }));
+      bus_->addMatch("type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
+                     "member='NameOwnerChanged',arg0='org.freedesktop.login1'",
+                     [this](const BusMessage&) { findSession(); }));
   // The user's session may begin after this program, and after another one has ended.
   for (const char* member : {"SessionNew", "SessionRemoved"}) {
     auto& slot = std::string_view(member) == "SessionNew" ? newSessions_ : removedSessions_;
-    slot = slotOf(bus_.addMatch(
+    slot = slotOf(bus_->addMatch(
         std::string("type='signal',sender='org.freedesktop.login1',path='/org/freedesktop/login1',"
                     "interface='org.freedesktop.login1.Manager',member='") +
             member + "'",
@@ -47,12 +57,12 @@ void LogindLock::subscribe() {
 }
 
 void LogindLock::findSession() {
-  auto question = bus_.newMethodCall(kManager, "GetSession", "s", {"auto"});
+  auto question = bus_->newMethodCall(kManager, "GetSession", "s", {"auto"});
   if (!question) {
     return;
   }
   question->setAutoStart(false);
-  pendingQuestion_ = slotOf(bus_.callAsync(*question, [this](const BusMessage& reply) {
+  pendingQuestion_ = slotOf(bus_->callAsync(*question, [this](const BusMessage& reply) {
     if (const std::string path = pathOf(reply); !path.empty()) {
       follow(path);
     } else {
@@ -62,13 +72,13 @@ void LogindLock::findSession() {
 }
 
 void LogindLock::findSessionOfProcess() {
-  auto question = bus_.newMethodCall(kManager, "GetSessionByPID", "u", {0});
+  auto question = bus_->newMethodCall(kManager, "GetSessionByPID", "u", {0});
   if (!question) {
     return;
   }
   question->setAutoStart(false);
-  pendingQuestion_ =
-      slotOf(bus_.callAsync(*question, [this](const BusMessage& reply) { follow(pathOf(reply)); }));
+  pendingQuestion_ = slotOf(
+      bus_->callAsync(*question, [this](const BusMessage& reply) { follow(pathOf(reply)); }));
 }
 
 void LogindLock::follow(const std::string& path) {
@@ -81,7 +91,7 @@ void LogindLock::follow(const std::string& path) {
     return;
   }
   watch_ = PropertyWatch::start(
-      bus_, {kService, path, "org.freedesktop.login1.Session"},
+      *bus_, {kService, path, "org.freedesktop.login1.Session"},
       [this](const PropertyWatch::Properties& properties) {
         const auto* hint = properties ? platform::find(*properties, "LockedHint") : nullptr;
         say(hint == nullptr ? std::nullopt : std::optional(hint->boolValue()));

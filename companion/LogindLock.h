@@ -13,8 +13,9 @@ namespace wrixel2::companion {
 /// and Unlock of a session are requests to lock, not the fact, and play no part.
 class LogindLock final : public LockWitness {
  public:
-  /// The system's bus, which outlives it.
-  explicit LogindLock(platform::linux::BusConnection& bus);
+  /// There is a system bus, until busLost().
+  void busFound(platform::linux::BusConnection& bus);
+  void busLost();
 
  private:
   void subscribe();
@@ -22,7 +23,7 @@ class LogindLock final : public LockWitness {
   void findSessionOfProcess();
   void follow(const std::string& path);
 
-  platform::linux::BusConnection& bus_;
+  platform::linux::BusConnection* bus_ = nullptr;
   platform::linux::BusSlot ownerChanges_;
   platform::linux::BusSlot newSessions_;
   platform::linux::BusSlot removedSessions_;

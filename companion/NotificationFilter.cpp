@@ -6,8 +6,12 @@ namespace wrixel2::companion {
 
 namespace {
 
-bool readsTheSame(const AppNotification& one, const AppNotification& other) {
-  return one.app == other.app && one.title == other.title && one.body == other.body;
+/// A copy of an alarm that no longer shows what it is says nothing new; an alarm does, also after
+/// such a copy.
+bool isCoveredBy(const AppNotification& notification, const AppNotification& earlier) {
+  return notification.app == earlier.app &&
+         (notification.alarm == AlarmPhase::none || notification.alarm == earlier.alarm) &&
+         notification.saysTheSame(earlier);
 }
 
 }  // namespace
@@ -28,7 +32,7 @@ bool NotificationFilter::passes(const AppNotification& notification) {
 bool NotificationFilter::isRepeat(const AppNotification& notification,
                                   platform::MonotonicTime now) const {
   return std::any_of(passed_.begin(), passed_.end(), [&](const Passed& earlier) {
-    return now - earlier.when < kRepeatWindow && readsTheSame(earlier.notification, notification);
+    return now - earlier.when < kRepeatWindow && isCoveredBy(notification, earlier.notification);
   });
 }
 
@@ -42,7 +46,7 @@ bool NotificationFilter::isUpdateWithoutNews(const AppNotification& notification
            (earlier.notification.replacedId == notification.replacedId ||
             earlier.notification.replacedId == 0);
   });
-  return replaced != passed_.rend() && readsTheSame(replaced->notification, notification);
+  return replaced != passed_.rend() && isCoveredBy(notification, replaced->notification);
 }
 
 }  // namespace wrixel2::companion

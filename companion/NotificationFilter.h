@@ -11,7 +11,7 @@ namespace wrixel2::companion {
 /// Keeps back what is no news to the owner:
 /// - notifications that their app calls transient;
 /// - a repeat of the same app, title and body within two seconds, since shells and portals pass a
-///   notification on as one more of the same kind;
+///   notification on as one more, of the same kind or another;
 /// - an update in place (of a progress bar, say) that leaves title and body as they were.
 class NotificationFilter {
  public:

@@ -20,6 +20,7 @@ Senses::Senses(const Surroundings& surroundings)
       log_(surroundings.log),
       logger_(surroundings.log, "Senses"),
       daemon_(surroundings.messageCenters.centerNamed(kDaemonCenterName)),
+      logindLock_(surroundings.logindLock),
       inhibitor_(surroundings.log),
       sleep_(loop_, inhibitor_),
       gnomeCalls_(surroundings.sessionBus, log_),
@@ -54,6 +55,7 @@ void Senses::daemonStatusIs(const PropertyWatch::Properties& status) {
 
 platform::ErrorOrNone Senses::busConnected(platform::linux::BusConnection& systemBus) {
   isBusLossLogged_ = false;
+  logindLock_.busFound(systemBus);
   inhibitor_.busFound(systemBus);
   modemManager_ = std::make_unique<ModemManagerCallSource>(systemBus, log_);
   ofono_ = std::make_unique<OfonoCallSource>(systemBus, log_);
@@ -64,8 +66,10 @@ platform::ErrorOrNone Senses::busConnected(platform::linux::BusConnection& syste
 
 void Senses::busUnavailable(const platform::Error& error) {
   if (!std::exchange(isBusLossLogged_, true)) {
-    logger_.warning("Calls of the modem are not seen: " + description(error));
+    logger_.warning("Without the system bus neither calls of the modem nor logind are seen: " +
+                    description(error));
   }
+  logindLock_.busLost();
   inhibitor_.busLost();
   if (modemManager_ != nullptr) {
     calls_.removeSource(*modemManager_);

@@ -6,6 +6,7 @@
 #include "companion/CallMonitor.h"
 #include "companion/ChildProcesses.h"
 #include "companion/GnomeCallsSource.h"
+#include "companion/LogindLock.h"
 #include "companion/LogindSleepInhibitor.h"
 #include "companion/LowBatteryAlert.h"
 #include "companion/ModemManagerCallSource.h"
@@ -34,6 +35,7 @@ class Senses final : private platform::linux::SystemBusObserver {
     platform::MessageCenters& messageCenters;
     UserAlertPresenter& userAlerts;
     platform::UserDefaults& defaults;
+    LogindLock& logindLock;
   };
 
   explicit Senses(const Surroundings& surroundings);
@@ -55,6 +57,7 @@ class Senses final : private platform::linux::SystemBusObserver {
   platform::Log& log_;
   platform::Logger logger_;
   std::unique_ptr<platform::MessageCenter> daemon_;
+  LogindLock& logindLock_;
   LogindSleepInhibitor inhibitor_;
   SleepHold sleep_;
   GnomeCallsSource gnomeCalls_;

@@ -11,12 +11,14 @@
 namespace wrixel2::companion {
 
 std::vector<std::string_view> SettingsStore::load() {
+  problem_.clear();
   const auto contents = files_.contentsAtPath(path_);
   if (!contents) {
     if (contents.error().code == ENOENT) {
       logger_.info(fmt::format("No settings file {}: the settings stay as they are", path_));
     } else {
-      logger_.error(fmt::format("{}: {}", path_, contents.error().localizedDescription));
+      problem_ = fmt::format("{}: {}", path_, contents.error().localizedDescription);
+      logger_.error(problem_);
     }
     return {};
   }
@@ -26,8 +28,12 @@ std::vector<std::string_view> SettingsStore::load() {
     logger_.warning(fmt::format("{}:{}: {}", path_, warning.line, warning.message));
   }
   if (!parsed.errors.empty()) {
+    const auto lineOf = [this](const settings::SettingsProblem& error) {
+      return fmt::format("{}:{}: {}", path_, error.line, error.message);
+    };
+    problem_ = lineOf(parsed.errors.front());
     for (const settings::SettingsProblem& error : parsed.errors) {
-      logger_.error(fmt::format("{}:{}: {}", path_, error.line, error.message));
+      logger_.error(lineOf(error));
     }
     logger_.warning(fmt::format("{} is not used; the last good settings stay in force", path_));
     return {};

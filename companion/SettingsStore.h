@@ -29,6 +29,9 @@ class SettingsStore {
   /// The answer to "getPrefsDict".
   platform::Dictionary prefs() const { return settings::prefsDictionary(settings_, seenApps_); }
 
+  /// What keeps the file as it is now from being in force: "file:line: reason". Empty when it is.
+  const std::string& problem() const { return problem_; }
+
   /// What the companion itself is to do.
   const settings::CompanionSettings& companionSettings() const { return settings_.companion; }
 
@@ -40,6 +43,7 @@ class SettingsStore {
   platform::Logger logger_;
   std::string path_;
   settings::Settings settings_;
+  std::string problem_;
   std::vector<std::string> seenApps_;  ///< oldest first
 };
 

@@ -2,21 +2,30 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <system_error>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "companion/AnyDoNotDisturb.h"
 #include "companion/BusNotificationMonitor.h"
 #include "companion/Companion.h"
+#include "companion/CompanionObject.h"
 #include "companion/DaemonWatch.h"
 #include "companion/DesktopUserAlerts.h"
-#include "companion/DoNotDisturbSource.h"
-#include "companion/LockSource.h"
+#include "companion/GnomeDoNotDisturb.h"
+#include "companion/LogindLock.h"
+#include "companion/PhoshDoNotDisturb.h"
+#include "companion/PlasmaDoNotDisturb.h"
+#include "companion/ScreenSaverLock.h"
+#include "companion/SeenApps.h"
 #include "companion/Senses.h"
 #include "companion/SettingsFileWatch.h"
+#include "companion/WitnessedLock.h"
 #include "platform/linux/LinuxPlatform.h"
 #include "platform/linux/PropertyListUserDefaults.h"
 #include "platform/linux/SqliteHealthStore.h"
@@ -53,6 +62,19 @@ platform::ErrorOrNone makeDirectoryOf(const std::string& file) {
   return std::nullopt;
 }
 
+/// Each of them says nothing on a phone that it does not fit.
+std::vector<std::unique_ptr<companion::LockWitness>> lockWitnesses(
+    platform::linux::BusConnection& session, std::unique_ptr<companion::LogindLock> logind) {
+  std::vector<std::unique_ptr<companion::LockWitness>> witnesses;
+  witnesses.push_back(std::make_unique<companion::ScreenSaverLock>(
+      session, "org.gnome.ScreenSaver", std::vector<std::string>{"/org/gnome/ScreenSaver"}));
+  witnesses.push_back(std::make_unique<companion::ScreenSaverLock>(
+      session, "org.freedesktop.ScreenSaver",
+      std::vector<std::string>{"/org/freedesktop/ScreenSaver", "/ScreenSaver"}));
+  witnesses.push_back(std::move(logind));
+  return witnesses;
+}
+
 int run(const Options& options) {
   const auto paths = settings::OwnerPaths::standard();
   if (!paths) {
@@ -79,8 +101,20 @@ int run(const Options& options) {
   platform::linux::LinuxPlatform& phone = **created;
   phone.runLoop().onTerminationSignal([&phone] { phone.runLoop().stop(0); });
 
-  const companion::NoDoNotDisturbSource doNotDisturb;
-  const companion::NoLockSource lock;
+  auto ownedPhosh = std::make_unique<companion::PhoshDoNotDisturb>(phone.sessionBus());
+  companion::PhoshDoNotDisturb& phosh = *ownedPhosh;
+  std::vector<std::unique_ptr<companion::DoNotDisturbSource>> quietSources;
+  quietSources.push_back(std::make_unique<companion::GnomeDoNotDisturb>(
+      phone.runLoop(), phone.sessionBus(), phone.log()));
+  quietSources.push_back(std::move(ownedPhosh));
+  quietSources.push_back(std::make_unique<companion::PlasmaDoNotDisturb>(phone.sessionBus()));
+  companion::AnyDoNotDisturb doNotDisturb(std::move(quietSources));
+  auto ownedLogind = std::make_unique<companion::LogindLock>();
+  companion::LogindLock& logindLock = *ownedLogind;
+  companion::WitnessedLock lock(lockWitnesses(phone.sessionBus(), std::move(ownedLogind)));
+  companion::SeenApps seenApps(phone.runLoop(), phone.clock(), phone.propertyLists(), phone.log(),
+                               paths->seenApps);
+  seenApps.load();
   companion::DesktopUserAlerts userAlerts(phone.sessionBus(), phone.log());
   platform::linux::SqliteHealthStore healthStore(phone.paths().healthDatabase, "MI Band 2");
   mbble::MBHealthKitManager healthKit(healthStore, phone.systemInfo(), phone.clock(), phone.log());
@@ -88,28 +122,40 @@ int run(const Options& options) {
   platform::linux::PropertyListUserDefaults defaults(propertyLists, phone.fileManager(),
                                                      phone.log(), paths->companionDefaults);
   companion::Senses senses({phone.runLoop(), phone.clock(), phone.log(), phone.sessionBus(),
-                            phone.messageCenters(), userAlerts, defaults});
+                            phone.messageCenters(), userAlerts, defaults, logindLock});
   companion::Companion shell({phone.messageCenters(), phone.darwinNotifyCenter(), phone.clock(),
                               phone.log(), phone.fileManager(), doNotDisturb, lock, userAlerts,
-                              healthKit, senses.button(), senses.bandWork()},
+                              healthKit, senses.button(), senses.bandWork(), seenApps},
                              settingsFile, paths->miFit);
-
-  shell.onSettings([&senses](const settings::CompanionSettings& companionSettings) {
+  companion::CompanionObject object(phone.objectExporter(), seenApps, phone.log());
+  const auto showStatus = [&] {
+    object.setStatus({doNotDisturb.isActive(), lock.isLocked(), shell.settingsProblem()});
+  };
+  shell.onSettings([&](const settings::CompanionSettings& companionSettings) {
     senses.setSettings(companionSettings);
+    phosh.setSilentProfiles(companionSettings.silentProfiles);
+  });
+  doNotDisturb.onChange([&] {
+    shell.doNotDisturbChanged();
+    showStatus();
+  });
+  lock.onChange([&] {
+    shell.lockChanged();
+    showStatus();
   });
 
   // What can be missed is watched before it is read, and the name comes last: whoever sees it can
   // count on everything.
-  const auto fileWatch = companion::SettingsFileWatch::start(
-      phone.runLoop(), settingsFile, [&shell] { shell.settingsFileChanged(); });
+  const auto fileWatch =
+      companion::SettingsFileWatch::start(phone.runLoop(), settingsFile, [&shell, &showStatus] {
+        shell.settingsFileChanged();
+        showStatus();
+      });
   if (!fileWatch) {
     return fail(fileWatch.error().localizedDescription);
   }
   const auto monitor = companion::BusNotificationMonitor::start(
-      phone.runLoop(), phone.log(), phone.sessionBus().uniqueName(),
-      [&shell](const companion::AppNotification& notification) {
-        shell.appNotified(notification);
-      });
+      phone.runLoop(), phone.log(), phone.sessionBus().uniqueName(), shell);
   if (!monitor) {
     // Settings, the pairing key and alerts are served all the same.
     platform::Logger(phone.log(), "main")
@@ -118,10 +164,14 @@ int run(const Options& options) {
   if (const auto error = shell.serve()) {
     return fail(error->localizedDescription);
   }
-  const auto daemonWatch = companion::DaemonWatch::start(phone.sessionBus(), [&shell, &senses] {
-    shell.introduceToDaemon();
-    senses.daemonIsReady();
-  });
+  showStatus();
+  const auto daemonWatch = companion::DaemonWatch::start(
+      phone.sessionBus(),
+      [&shell, &senses] {
+        shell.introduceToDaemon();
+        senses.daemonIsReady();
+      },
+      [&shell] { shell.daemonGone(); });
   if (!daemonWatch) {
     return fail(daemonWatch.error().localizedDescription);
   }

@@ -9,6 +9,7 @@
 #include "companion/Companion.h"
 #include "companion/DoNotDisturbSource.h"
 #include "companion/LockSource.h"
+#include "companion/SeenApps.h"
 #include "companion/UserAlertPresenter.h"
 #include "platform/simulated/SimulatedPlatform.h"
 #include "protocol/MBBLE/MBHealthKitManager.h"
@@ -23,13 +24,11 @@ constexpr const char* kSettings = "/home/anna/.config/wrixel2/settings.toml";
 constexpr const char* kHk = "org.corvale.wrixel2prefs.preferencechanged/hk";
 
 struct FakeDoNotDisturb final : DoNotDisturbSource {
-  bool isActive() const override { return active; }
-  bool active = false;
+  using DoNotDisturbSource::setActive;
 };
 
 struct FakeLock final : LockSource {
-  bool isLocked() const override { return locked; }
-  bool locked = false;
+  using LockSource::setLocked;
 };
 
 struct FakeUserAlerts final : UserAlertPresenter {
@@ -55,7 +54,9 @@ class CompanionTest : public testing::Test {
  protected:
   CompanionTest() {
     daemon_->runServer();
-    for (const char* name : {"DND", "letUsStart", "bulletinRequest"}) {
+    doNotDisturb_.onChange([this] { companion_.doNotDisturbChanged(); });
+    lock_.onChange([this] { companion_.lockChanged(); });
+    for (const char* name : {"DND", "letUsStart", "bulletinRequest", "stopVibration"}) {
       daemon_->registerForMessageName(
           name, [this](std::string_view message, const Dictionary& userInfo) {
             std::string line(message);
@@ -65,7 +66,8 @@ class CompanionTest : public testing::Test {
               const std::string app = platform::textForKey(userInfo, "sectionID").value_or("");
               line += " " + app + " icon " +
                       std::to_string(platform::intForKey(prefs_, "MBIcon-" + app));
-            } else {
+              titles_.push_back(platform::textForKey(userInfo, "title").value_or(""));
+            } else if (message == "letUsStart") {
               fetchPrefs();
             }
             reached_.push_back(line);
@@ -98,6 +100,19 @@ class CompanionTest : public testing::Test {
     companion_.appNotified({app, "Anna", body, std::nullopt, false, 0});
   }
 
+  void serveIntroduced() {
+    serve();
+    companion_.introduceToDaemon();
+    reached();
+  }
+
+  static AppNotification alarm(const std::string& handle, AlarmPhase phase = AlarmPhase::ringing) {
+    AppNotification notification{"org.gnome.clocks", "Wake up", "07:00", std::nullopt, false, 0};
+    notification.alarm = phase;
+    notification.handle = handle;
+    return notification;
+  }
+
   /// What has reached the daemon since the last call.
   std::vector<std::string> reached() {
     phone_.runLoop.runUntilIdle();
@@ -119,12 +134,15 @@ class CompanionTest : public testing::Test {
       phone_.messageCenters.centerNamed("org.corvale.wrixel2Ipc");
   std::vector<std::unique_ptr<platform::Observation>> observations_;
   std::vector<std::string> reached_;
+  std::vector<std::string> titles_;  ///< of the bulletins
   Dictionary prefs_;
-  Companion companion_{
-      {phone_.messageCenters, phone_.darwinNotifyCenter, phone_.clock, phone_.log,
-       phone_.fileManager, doNotDisturb_, lock_, userAlerts_, healthKit_, button_, bandWork_},
-      kSettings,
-      "/home/anna/.local/share/wrixel2/MiFit"};
+  SeenApps seenApps_{phone_.runLoop, phone_.clock, phone_.propertyLists, phone_.log,
+                     "/home/anna/.local/state/wrixel2/apps.plist"};
+  Companion companion_{{phone_.messageCenters, phone_.darwinNotifyCenter, phone_.clock, phone_.log,
+                        phone_.fileManager, doNotDisturb_, lock_, userAlerts_, healthKit_, button_,
+                        bandWork_, seenApps_},
+                       kSettings,
+                       "/home/anna/.local/share/wrixel2/MiFit"};
 };
 
 TEST_F(CompanionTest, AnswersWithSettingsAndThePathOfTheKeyFiles) {
@@ -147,11 +165,125 @@ TEST_F(CompanionTest, TellsThePhonesStateBeforeTheStart) {
   companion_.introduceToDaemon();
   EXPECT_EQ(reached(),
             (std::vector<std::string>{"DND off", "com.apple.springboard.lockstate", "letUsStart"}));
-  doNotDisturb_.active = true;
-  lock_.locked = true;
+  companion_.daemonGone();
+  doNotDisturb_.setActive(true);
+  lock_.setLocked(true);
+  EXPECT_EQ(reached(), std::vector<std::string>{});
   companion_.introduceToDaemon();
   EXPECT_EQ(reached(), (std::vector<std::string>{"DND on", "com.apple.springboard.lockcomplete",
                                                  "com.apple.springboard.lockstate", "letUsStart"}));
+}
+
+TEST_F(CompanionTest, TellsChangesOfThePhonesStateOnce) {
+  using Reached = std::vector<std::string>;
+  serveIntroduced();
+  doNotDisturb_.setActive(true);
+  EXPECT_EQ(reached(), Reached{"DND on"});
+  companion_.doNotDisturbChanged();
+  EXPECT_EQ(reached(), Reached{});
+  doNotDisturb_.setActive(false);
+  EXPECT_EQ(reached(), Reached{"DND off"});
+  lock_.setLocked(true);
+  EXPECT_EQ(reached(),
+            (Reached{"com.apple.springboard.lockcomplete", "com.apple.springboard.lockstate"}));
+  companion_.lockChanged();
+  EXPECT_EQ(reached(), Reached{});
+  lock_.setLocked(false);
+  EXPECT_EQ(reached(), Reached{"com.apple.springboard.lockstate"});
+}
+
+TEST_F(CompanionTest, AnAlarmThatEndsOnThePhoneStopsTheBandOnce) {
+  using Reached = std::vector<std::string>;
+  const Reached kAlerted{"bulletinRequest com.apple.mobiletimer icon 0"};
+  const Reached kStopped{"stopVibration"};
+  serveIntroduced();
+  companion_.appNotified(alarm("call :1.5 9"));
+  EXPECT_EQ(reached(), kAlerted);
+  companion_.notificationRenamed("call :1.5 9", "number 3");
+  companion_.notificationEnded("number 4");
+  companion_.notificationEnded("");
+  EXPECT_EQ(reached(), Reached{});
+  companion_.notificationEnded("number 3");
+  companion_.notificationEnded("number 3");
+  EXPECT_EQ(reached(), kStopped);
+
+  // Shown by two programs: the end of the copy is its end, too.
+  phone_.runLoop.runFor(std::chrono::minutes(9));
+  companion_.appNotified(alarm("name org.gnome.clocks 1"));
+  companion_.appNotified(alarm("call :1.6 2"));
+  companion_.notificationRenamed("call :1.6 2", "number 7");
+  EXPECT_EQ(reached(), kAlerted);
+  companion_.notificationEnded("number 7");
+  companion_.notificationEnded("name org.gnome.clocks 1");
+  EXPECT_EQ(reached(), kStopped);
+
+  // One that never was alerted ends unnoticed.
+  phone_.runLoop.runFor(std::chrono::minutes(9));
+  notify("Chat", "one");
+  reached();
+  companion_.notificationEnded("number 8");
+  EXPECT_EQ(reached(), Reached{});
+}
+
+TEST_F(CompanionTest, ASnoozedAlarmStopsTheBandBeforeItIsSaid) {
+  using Reached = std::vector<std::string>;
+  serveIntroduced();
+  companion_.appNotified(alarm("name org.gnome.clocks 1"));
+  AppNotification fresh = alarm("name org.gnome.clocks 1");
+  fresh.body = "07:01";
+  companion_.appNotified(fresh);
+  reached();
+  companion_.appNotified(alarm("name org.gnome.clocks 1", AlarmPhase::snoozing));
+  companion_.notificationEnded("name org.gnome.clocks 1");
+  EXPECT_EQ(reached(), (Reached{"stopVibration", "bulletinRequest com.apple.mobiletimer icon 0"}));
+  EXPECT_EQ(titles_, (Reached{"Wake up", "Wake up", "Snoozing"}));
+
+  // Or something else takes its place, by number.
+  phone_.runLoop.runFor(std::chrono::minutes(9));
+  companion_.appNotified(alarm("call :1.5 9"));
+  companion_.notificationRenamed("call :1.5 9", "number 3");
+  reached();
+  AppNotification missed{"org.gnome.clocks", "Alarm missed", "", std::nullopt, false, 3};
+  companion_.appNotified(missed);
+  EXPECT_EQ(reached(), (Reached{"stopVibration", "bulletinRequest org.gnome.clocks icon 0"}));
+}
+
+TEST_F(CompanionTest, AnAlarmThatIsOverBeforeTheDaemonIsBackRingsNoMore) {
+  serveIntroduced();
+  companion_.daemonGone();
+  companion_.appNotified(alarm("number 3"));
+  notify("Chat", "one");
+  companion_.notificationEnded("number 3");
+  companion_.introduceToDaemon();
+  const auto lines = reached();
+  EXPECT_EQ(lines.back(), "bulletinRequest Chat icon 0");
+  EXPECT_EQ(lines.size(), 4U) << "nothing but the introduction before it";
+}
+
+TEST_F(CompanionTest, AppsThatWereSeenAreKnownFromTheStart) {
+  writeSettings("[apps.\"*\"]\nicon = 5\n");
+  seenApps_.noted("Chat", "");
+  serveIntroduced();
+  EXPECT_EQ(platform::intForKey(prefs_, "MBIcon-Chat"), 5);
+  notify("Chat", "one");
+  companion_.appNotified(alarm("number 3"));
+  EXPECT_EQ(reached(), (std::vector<std::string>{"bulletinRequest Chat icon 5", kHk,
+                                                 "bulletinRequest com.apple.mobiletimer icon 5"}));
+  ASSERT_EQ(seenApps_.apps().size(), 2U);
+  EXPECT_EQ(seenApps_.apps()[0].count, 2);
+  EXPECT_EQ(seenApps_.apps()[1].identifier, "com.apple.mobiletimer");
+}
+
+TEST_F(CompanionTest, WhatWaitsForTheDaemonFollowsTheIntroduction) {
+  writeSettings("[apps.\"*\"]\nicon = 5\n");
+  serveIntroduced();
+  companion_.daemonGone();
+  notify("Mail", "one");
+  EXPECT_EQ(reached(), std::vector<std::string>{});
+  companion_.introduceToDaemon();
+  EXPECT_EQ(reached(),
+            (std::vector<std::string>{"DND off", "com.apple.springboard.lockstate", "letUsStart",
+                                      kHk, "bulletinRequest Mail icon 5"}));
 }
 
 TEST_F(CompanionTest, MakesTheDaemonReadTheKeysOfANewAppBeforeItsFirstBulletin) {
@@ -223,11 +355,13 @@ TEST_F(CompanionTest, KeepsTheLastGoodSettings) {
     companion_.settingsFileChanged();
     EXPECT_EQ(reached(), std::vector<std::string>{});
     EXPECT_TRUE(phone_.log.contains(LogLevel::error, file.error));
+    EXPECT_TRUE(companion_.settingsProblem().starts_with(file.error));
     fetchPrefs();
     EXPECT_EQ(prefs_, (Dictionary{{"enabled", false}}));
   }
   phone_.fileManager.removeItemAtPath(kSettings);
   companion_.settingsFileChanged();
+  EXPECT_EQ(companion_.settingsProblem(), "");
   fetchPrefs();
   EXPECT_EQ(prefs_, (Dictionary{{"enabled", false}}));
 }
@@ -300,7 +434,7 @@ TEST_F(CompanionTest, HandsOnPressesOfTheButton) {
 }
 
 TEST_F(CompanionTest, FiltersWhatIsNoNews) {
-  serve();
+  serveIntroduced();
   notify("Chat", "one");
   notify("Chat", "one");
   EXPECT_EQ(reached().size(), 1U);

@@ -1,3 +1,5 @@
+#include <utility>
+
 #include <gtest/gtest.h>
 
 #include "companion/NotificationFilter.h"
@@ -36,6 +38,27 @@ TEST_F(NotificationFilterTest, ARepeatHasTheSameAppTitleAndBody) {
   EXPECT_TRUE(filter_.passes(notification("Mail", "Anna", "Hi")));
   EXPECT_TRUE(filter_.passes({"Chat", std::nullopt, "Hi", std::nullopt, false, 0}));
   EXPECT_FALSE(filter_.passes(notification("Chat", "Anna", "Hi")));
+}
+
+TEST_F(NotificationFilterTest, ACopyMayDifferInMarkupAndBlanks) {
+  EXPECT_TRUE(filter_.passes(notification("Chat", "Anna & Bert", "1 <b>2</b>\n&amp; 3")));
+  for (const auto& [title, body] : {std::pair("Anna &amp; Bert", "1 2 & 3"),
+                                    std::pair("Anna & Bert", "1 <i>2</i>  &amp; 3 ")}) {
+    EXPECT_FALSE(filter_.passes(notification("Chat", title, body))) << body;
+  }
+  EXPECT_TRUE(filter_.passes(notification("Chat", "Anna & Bert", "12 & 3")));
+}
+
+TEST_F(NotificationFilterTest, AnAlarmIsNotHiddenByACopyThatLostItsButtons) {
+  const AppNotification copy = notification("org.gnome.clocks", "Alarm", "07:00");
+  AppNotification alarm = copy;
+  alarm.alarm = AlarmPhase::ringing;
+  EXPECT_TRUE(filter_.passes(copy));
+  EXPECT_TRUE(filter_.passes(alarm));
+  EXPECT_FALSE(filter_.passes(copy));
+  EXPECT_FALSE(filter_.passes(alarm));
+  alarm.alarm = AlarmPhase::snoozing;
+  EXPECT_TRUE(filter_.passes(alarm));
 }
 
 TEST_F(NotificationFilterTest, DropsTransientOnesAndForgetsThem) {

@@ -357,7 +357,8 @@ class LogindTest : public PhoneStateTest {
 
 TEST_F(LogindTest, TheSessionsHintIsFollowedAndRequestsAreNot) {
   automatic = kSession;
-  LogindLock witness(*own);
+  LogindLock witness;
+  witness.busFound(*own);
   settle();
   EXPECT_EQ(witness.isLocked(), std::nullopt);
   appear();
@@ -374,7 +375,8 @@ TEST_F(LogindTest, TheSessionsHintIsFollowedAndRequestsAreNot) {
 
 TEST_F(LogindTest, ASessionMayComeLateAndGo) {
   appear();
-  LogindLock witness(*own);
+  LogindLock witness;
+  witness.busFound(*own);
   settle();
   EXPECT_EQ(witness.isLocked(), std::nullopt);
   ofProcess = kSession;

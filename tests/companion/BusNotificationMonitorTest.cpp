@@ -1,0 +1,140 @@
+#include <algorithm>
+#include <cstdlib>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "companion/BusNotificationMonitor.h"
+#include "tests/platform/linux/BusTest.h"
+
+namespace wrixel2::companion {
+namespace {
+
+using platform::Array;
+using platform::Dictionary;
+using platform::linux::BusAddress;
+using platform::linux::BusMessage;
+using Events = std::vector<std::string>;
+
+constexpr const char* kNotifications = "org.freedesktop.Notifications";
+constexpr const char* kPath = "/org/freedesktop/Notifications";
+
+/// A phone's notification service in one connection, apps in another, and what the monitor tells.
+class BusNotificationMonitorTest : public platform::linux::BusTest, public NotificationListener {
+ protected:
+  BusNotificationMonitorTest() {
+    ::setenv("DBUS_SESSION_BUS_ADDRESS", bus.address().c_str(), 1);
+    service = open();
+    EXPECT_EQ(service->requestName(kNotifications), std::nullopt);
+    auto slot = service->addInterface(
+        kPath, {kNotifications,
+                {{"Notify",
+                  {{"app", "s"},
+                   {"replaces", "u"},
+                   {"icon", "s"},
+                   {"summary", "s"},
+                   {"body", "s"},
+                   {"actions", "as"},
+                   {"hints", "a{sv}"},
+                   {"timeout", "i"}},
+                  {{"id", "u"}},
+                  [this](const BusMessage& call) { call.reply("u", {++lastNumber}); }}},
+                {},
+                {}});
+    EXPECT_TRUE(slot);
+    interface = std::move(*slot);
+    auto started = BusNotificationMonitor::start(loop, log, own->uniqueName(), *this);
+    EXPECT_TRUE(started);
+    monitor = std::move(*started);
+  }
+
+  void appNotified(const AppNotification& notification) override {
+    events.push_back("notified " + notification.app + ": " + notification.body);
+    handles.push_back(notification.handle);
+  }
+  void notificationRenamed(const std::string& handle, const std::string& newHandle) override {
+    renames.emplace_back(handle, newHandle);
+  }
+  void notificationEnded(const std::string& handle) override {
+    events.push_back("ended " + handle);
+  }
+
+  void call(const BusAddress& address, const char* member, const char* signature,
+            const Array& arguments) {
+    auto message = other->newMethodCall(address, member, signature, arguments);
+    ASSERT_TRUE(message);
+    ASSERT_EQ(other->send(*message), std::nullopt);
+  }
+  void notify(const BusAddress& address, const std::string& body) {
+    call(address, "Notify", "susssasa{sv}i",
+         {"Chat", 0, "", "Anna", body, Array{}, Dictionary{}, -1});
+  }
+  /// What has been told before a last notification.
+  Events eventsSince() {
+    const std::string last = "notified Chat: last";
+    notify(kService, "last");
+    serveUntil([&] {
+      return !events.empty() && events.back() == last && !renames.empty() &&
+             renames.back().first == handles.back();
+    });
+    events.pop_back();
+    handles.pop_back();
+    renames.pop_back();
+    return std::exchange(events, {});
+  }
+
+  const BusAddress kService{kNotifications, kPath, kNotifications};
+  std::unique_ptr<platform::linux::BusConnection> service;
+  platform::linux::BusSlot interface;
+  int lastNumber = 0;
+  std::unique_ptr<BusNotificationMonitor> monitor;
+  Events events;
+  std::vector<std::string> handles;
+  std::vector<std::pair<std::string, std::string>> renames;
+};
+
+TEST_F(BusNotificationMonitorTest, SeesEveryKindOfNotificationAndItsEnd) {
+  // Whoever these are addressed to need not be there.
+  const BusAddress gtk{"org.gtk.Notifications", "/org/gtk/Notifications", "org.gtk.Notifications"};
+  const BusAddress portal{"org.freedesktop.impl.portal.desktop.gtk",
+                          "/org/freedesktop/portal/desktop",
+                          "org.freedesktop.impl.portal.Notification"};
+  notify(kService, "one");
+  EXPECT_EQ(eventsSince(), Events{"notified Chat: one"});
+  ASSERT_EQ(renames.size(), 1U);
+  EXPECT_EQ(renames[0], (std::pair<std::string, std::string>{handles[0], handleOfNumber(1)}));
+  for (const BusAddress& address : {gtk, portal}) {
+    handles.clear();
+    call(address, "AddNotification", "ssa{sv}",
+         {"org.example.App", "id", Dictionary{{"title", "Anna"}, {"body", "two"}}});
+    call(address, "RemoveNotification", "ss", {"org.example.App", "id"});
+    EXPECT_EQ(eventsSince(), (Events{"notified org.example.App: two",
+                                     "ended " + handleOfName("org.example.App", "id")}));
+    EXPECT_EQ(handles, Events{handleOfName("org.example.App", "id")});
+  }
+  call(kService, "CloseNotification", "u", {5});
+  service->emitSignal(kPath, kNotifications, "NotificationClosed", "uu", {6, 2});
+  service->emitSignal(kPath, kNotifications, "ActionInvoked", "us", {7, "default"});
+  serveUntil([this] { return events.size() == 3; });
+  std::sort(events.begin(), events.end());  // they are of two programs
+  EXPECT_EQ(eventsSince(), (Events{"ended " + handleOfNumber(5), "ended " + handleOfNumber(6),
+                                   "ended " + handleOfNumber(7)}));
+}
+
+TEST_F(BusNotificationMonitorTest, LeavesOutWhatIsNobodysNotification) {
+  notify({"org.gnome.Shell", kPath, kNotifications}, "a forwarded copy");
+  auto ours = own->newMethodCall(kService, "Notify", "susssasa{sv}i",
+                                 {"we", 0, "", "a", "b", Array{}, Dictionary{}, -1});
+  ASSERT_EQ(own->send(*ours), std::nullopt);
+  call(kService, "Notify", "s", {"ill-formed"});
+  call(kService, "CloseNotification", "", {});
+  // Another program's signal of the same look, and answers of others.
+  other->emitSignal(kPath, kNotifications, "NotificationClosed", "uu", {6, 2});
+  answer({"org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus"}, "GetId");
+  renames.clear();
+  EXPECT_EQ(eventsSince(), Events{"ended "});
+  EXPECT_TRUE(renames.empty());
+}
+
+}  // namespace
+}  // namespace wrixel2::companion
