@@ -56,8 +56,8 @@ SessionTest::SessionTest() {
       {"XDG_STATE_HOME", directory_ / "state"},
       {"XDG_RUNTIME_DIR", directory_ / "runtime"},
       {"DBUS_SESSION_BUS_ADDRESS", busAddress_},
-      // The machine's own is none of the tests' business.
-      {"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + (directory_ / "system-bus").string()},
+      // The machine's own lock and calls are none of a test's business.
+      {"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + (directory_ / "no-system-bus").string()},
   };
   for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS"}) {
     if (const char* value = std::getenv(name)) {
