@@ -118,8 +118,7 @@ bool CallMonitor::isListenedTo(const Call& call) const {
 }
 
 const CallMonitor::Report& CallMonitor::bestReport(const Call& call) const {
-  const auto ofPreferred =
-      std::ranges::find(call.reports, static_cast<CallSource*>(preferred_), &Report::source);
+  const auto ofPreferred = std::ranges::find(call.reports, preferred_, &Report::source);
   return ofPreferred == call.reports.end() ? call.reports.front() : *ofPreferred;
 }
 
