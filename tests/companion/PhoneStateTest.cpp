@@ -165,15 +165,15 @@ TEST_F(GnomeDoNotDisturbTest, AChangeDuringAQuestionIsNotMissed) {
     }
     std::remove(directory.path("read").c_str());
   };
-  const auto change = [&](bool shows) {
+  const auto switchTo = [&](bool shows) {
     setShowsBanners(shows);
     changed("/org/gnome/desktop/notifications/", {"show-banners"});
     std::ofstream(fifo) << "go\n";
     waitUntilAsked();
   };
   waitUntilAsked();
-  change(true);
-  change(false);
+  switchTo(true);
+  switchTo(false);
   std::ofstream(fifo) << "go\n";
   serveUntil([&] { return source.isActive(); });
   EXPECT_EQ(changes, 1) << "no answer from before a change counts";
