@@ -50,7 +50,7 @@ class SensesTest : public platform::linux::BusTest {
 
   void makeSenses() {
     senses = std::make_unique<Senses>(
-        Senses::Surroundings{loop, clock, log, *own, centers, userAlerts, defaults});
+        Senses::Surroundings{loop, clock, log, *own, centers, userAlerts, defaults, logindLock});
     senses->setSettings({});
     senses->daemonIsReady();
   }
@@ -76,6 +76,7 @@ class SensesTest : public platform::linux::BusTest {
   std::unique_ptr<BusConnection> systemBus;
   std::unique_ptr<FakeCallService> modem;
   Lines told;
+  LogindLock logindLock;
   std::unique_ptr<Senses> senses;
 };
 
