@@ -33,6 +33,24 @@ if(WRIXEL2_COVERAGE)
   target_link_options(wrixel2_options INTERFACE --coverage)
 endif()
 
+# A program that is idle for hours keeps what its start has touched, whole pages of it. A shared C++
+# runtime is touched all over by its own initialisation; what is linked in is what is used.
+if(WRIXEL2_SMALL)
+  set(CMAKE_INTERPROCEDURAL_OPTIMIZATION ON)
+  add_compile_definitions(FMT_HEADER_ONLY=1)
+  add_compile_options(-ffunction-sections -fdata-sections)
+  add_link_options(-static-libstdc++ -static-libgcc LINKER:--gc-sections LINKER:--as-needed)
+endif()
+
+# wrixel2_prefer_archive(TARGET FILE): links the imported target's library from its archive, where
+# there is one.
+function(wrixel2_prefer_archive target file)
+  find_library(archive_of_${file} ${file})
+  if(archive_of_${file})
+    set_target_properties(${target} PROPERTIES INTERFACE_LINK_LIBRARIES "${archive_of_${file}}")
+  endif()
+endfunction()
+
 # wrixel2_library(NAME SOURCES file... [USES target...] [PRIVATE_USES target...])
 function(wrixel2_library name)
   cmake_parse_arguments(ARG "" "" "SOURCES;USES;PRIVATE_USES" ${ARGN})

@@ -31,6 +31,10 @@ wrixel2_test_packages=(
   clang-format-19:cmd=clang-format-19
   clang-tidy-19:cmd=clang-tidy-19
 )
+wrixel2_bench_packages=(
+  dbus-daemon:cmd=dbus-daemon
+  libbenchmark-dev:lib=benchmark
+)
 
 wrixel2_radio_packages=(
   dbus-daemon:cmd=dbus-daemon
@@ -52,7 +56,7 @@ wrixel2_is_there() { # HOW
   esac >/dev/null 2>&1
 }
 
-# ensure_packages build|run|test...: installs with apt-get what these purposes need and the machine
+# ensure_packages build|run|test|bench...: installs with apt-get what these purposes need and the machine
 # lacks. Fails, naming the packages, where they cannot be installed.
 ensure_packages() {
   local purpose entry missing=()
