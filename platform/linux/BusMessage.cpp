@@ -99,6 +99,9 @@ void BusMessage::setExpectsReply(bool expectsReply) {
 }
 
 ErrorOrNone BusMessage::reply(std::string_view types, const Array& values) const {
+  if (sd_bus_message_get_expect_reply(get()) == 0) {
+    return std::nullopt;  // sd-bus would make the answer, and then not send it
+  }
   sd_bus_message* raw = nullptr;
   int result = sd_bus_message_new_method_return(get(), &raw);
   if (result >= 0) {

@@ -119,27 +119,48 @@ class Reader {
       const auto* bytes = static_cast<const std::uint8_t*>(data);
       return std::optional<Value>(Bytes(bytes, bytes + size));
     }
-    const bool isDictionary = contents[0] == SD_BUS_TYPE_DICT_ENTRY_BEGIN;
-    return inside(SD_BUS_TYPE_ARRAY, contents,
-                  [this, isDictionary] { return isDictionary ? dictionary() : list(); });
+    const std::string_view element(contents);
+    if (element.front() != SD_BUS_TYPE_DICT_ENTRY_BEGIN) {
+      return inside(SD_BUS_TYPE_ARRAY, contents, [this] { return list(); });
+    }
+    const std::string entry(element.substr(1, element.size() - 2));
+    return inside(SD_BUS_TYPE_ARRAY, contents, [&] { return dictionary(entry.c_str()); });
   }
 
-  Next dictionary() {
+  Next dictionary(const char* entryContents) {
     Dictionary entries;
     while (true) {
-      auto entry = next();
-      if (!entry) {
-        return entry.error();
+      const int result = sd_bus_message_at_end(message_, 0);
+      if (result < 0) {
+        return readError(result);
       }
-      if (!*entry) {
+      if (result > 0) {
         return std::optional<Value>(std::move(entries));
       }
-      // A dictionary's entry reads as an array of its key and its value.
-      auto pair = std::get<Array>((*entry)->variant());
-      const auto* text = pair.front().text();
-      entries.insert_or_assign(text != nullptr ? *text : std::to_string(pair.front().longValue()),
-                               std::move(pair.back()));
+      if (++count_ > kMaximumBusValues) {
+        return tooMuch("too many values");
+      }
+      auto value =
+          inside(SD_BUS_TYPE_DICT_ENTRY, entryContents, [&] { return entryInto(entries); });
+      if (!value) {
+        return value;
+      }
     }
+  }
+
+  Next entryInto(Dictionary& entries) {
+    const auto key = next();
+    if (!key) {
+      return key;
+    }
+    auto value = next();
+    if (!value) {
+      return value;
+    }
+    const auto* text = (*key)->text();
+    entries.insert_or_assign(text != nullptr ? *text : std::to_string((*key)->longValue()),
+                             std::move(**value));
+    return std::optional<Value>();
   }
 
   template <typename Number>

@@ -1,20 +1,33 @@
 #include "platform/linux/LogText.h"
 
+#include <algorithm>
+
 #include <fmt/format.h>
 
 namespace wrixel2::platform::linux {
+namespace {
+
+bool isControl(char character) {
+  const auto code = static_cast<unsigned char>(character);
+  return code < 0x20 || code == 0x7F;
+}
+
+}  // namespace
 
 std::string singleLine(std::string_view text) {
   std::string line;
-  line.reserve(text.size());
+  line.reserve(text.size() + 1);  // for the end of the line
+  if (std::ranges::none_of(text, isControl)) {
+    line.append(text);
+    return line;
+  }
   for (const char character : text) {
-    const auto code = static_cast<unsigned char>(character);
     if (character == '\n') {
       line += "\\n";
     } else if (character == '\t') {
       line += "\\t";
-    } else if (code < 0x20 || code == 0x7F) {
-      line += fmt::format("\\x{:02x}", code);
+    } else if (isControl(character)) {
+      line += fmt::format("\\x{:02x}", static_cast<unsigned char>(character));
     } else {
       line += character;
     }
