@@ -35,6 +35,14 @@ inline Extent quickExtent() {
           .repetitions = 1};
 }
 
+inline Extent briefExtent() {
+  Extent extent;
+  extent.name = "brief";
+  extent.settling = std::chrono::seconds(0);
+  extent.idle = std::chrono::seconds(1);
+  return extent;
+}
+
 inline Extent longExtent() {
   Extent extent;
   extent.name = "long";

@@ -68,16 +68,24 @@ void measureEverything(const Extent& extent, Report& report) {
 
 int main(int argc, char** argv) {
   bool isQuick = false;
+  bool isBrief = false;
   bool isLong = false;
   std::string results;
   CLI::App app("Measures wrixel2d and wrixel2-companion beside bare programs that do the least.",
                "wrixel2_bench");
   app.add_flag("--quick", isQuick, "a look at whether everything can be measured; no figures");
-  app.add_flag("--long", isLong, "ten minutes of idleness instead of one")->excludes("--quick");
+  app.add_flag("--brief", isBrief, "one second of idleness instead of a minute")
+      ->excludes("--quick");
+  app.add_flag("--long", isLong, "ten minutes of idleness instead of one")
+      ->excludes("--quick")
+      ->excludes("--brief");
   app.add_option("--json", results, "write the figures to this file, too");
   CLI11_PARSE(app, argc, argv);
 
-  const Extent extent = isQuick ? quickExtent() : isLong ? longExtent() : Extent();
+  const Extent extent = isQuick   ? quickExtent()
+                        : isBrief ? briefExtent()
+                        : isLong  ? longExtent()
+                                  : Extent();
   Report report;
   measureEverything(extent, report);
   fmt::print("{}", report.table());
