@@ -107,13 +107,16 @@ int LinuxRunLoop::onPosted(sd_event_source* /*source*/, int file, std::uint32_t 
   auto* loop = static_cast<LinuxRunLoop*>(userdata);
   eventfd_t count = 0;
   ::eventfd_read(file, &count);
-  loop->isTurnAskedFor_ = false;
-  // What is queued from here on belongs to a later turn, so that timers and the bus get theirs.
-  for (auto left = loop->posted_.size(); left > 0 && !loop->stopping_; --left) {
+  // What this work queues in its turn runs now, too: a chain of steps costs one waking of the loop.
+  // A long chain goes on in a later turn, so that timers and the bus get theirs.
+  constexpr std::size_t kLongestChain = 16;
+  for (auto left = std::max(loop->posted_.size(), kLongestChain);
+       left > 0 && !loop->posted_.empty() && !loop->stopping_; --left) {
     const Task task = std::move(loop->posted_.front());
     loop->posted_.pop_front();
     task();
   }
+  loop->isTurnAskedFor_ = false;
   if (!loop->posted_.empty()) {
     loop->askForTurn();
   }
