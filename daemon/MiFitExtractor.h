@@ -23,11 +23,6 @@ class MiFitExtractor final : public mbservices::KeyProvider {
  private:
   std::optional<std::string> extractAuthKey();
   void findBasePath();
-  std::optional<std::string> userId() const;
-  std::optional<std::string> userIdFromPreferences() const;
-  std::optional<std::string> scanForUserId(const std::string& directory) const;
-  std::optional<std::string> bindAuthKey(const std::string& userId) const;
-  void logLoadFailure(const std::string& path, const platform::Error& error) const;
 
   const platform::Platform& platform_;
   platform::Logger logger_;
