@@ -2,6 +2,7 @@
 #include <csignal>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -10,6 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "platform/linux/SqliteHealthReader.h"
 #include "platform/linux/SqliteHealthStore.h"
 #include "tests/platform/linux/TemporaryDirectory.h"
 
@@ -169,6 +171,46 @@ TEST_F(SqliteHealthStoreTest, SaysWhereItCannotBeMade) {
                                     [&refusal](const ErrorOrNone& error) { refusal = error; });
   ASSERT_TRUE(refusal);
   EXPECT_EQ(refusal->code, ENOTDIR);
+}
+
+TEST_F(SqliteHealthStoreTest, AReaderSeesTheSamplesOfItsTimeWhileTheyAreWritten) {
+  const SqliteHealthReader reader(path);
+  const auto read = [&reader](int from, int until) {
+    std::vector<double> values;
+    const auto samples = reader.samples(kHeartRateType, Date(std::chrono::seconds(from)),
+                                        Date(std::chrono::seconds(until)));
+    EXPECT_TRUE(samples) << samples.error().localizedDescription;
+    for (const QuantitySample& sample : *samples) {
+      values.push_back(sample.quantity);
+    }
+    return values;
+  };
+  EXPECT_EQ(read(0, 2'000'000'000), std::vector<double>{}) << "there is no database yet";
+  SqliteHealthStore store(path, "a band");
+  for (const int second : {300, 100, 200}) {
+    QuantitySample sample = heartRate(second / 2.0);
+    sample.startDate = sample.endDate = Date(std::chrono::seconds(second));
+    store.saveSample(sample, [](const ErrorOrNone& error) { EXPECT_EQ(error, std::nullopt); });
+  }
+  QuantitySample other = heartRate(1);
+  other.type = "Steps";
+  store.saveSample(other, [](const ErrorOrNone&) {});
+  EXPECT_EQ(read(0, 2'000'000'000), (std::vector<double>{50, 100, 150}));
+  EXPECT_EQ(read(100, 300), (std::vector<double>{50, 100})) << "the end is not part of it";
+  // Neither side waits for the other.
+  query("BEGIN IMMEDIATE; ROLLBACK");
+  EXPECT_EQ(save(store, 60), std::nullopt);
+  query("PRAGMA user_version = 2");
+  EXPECT_FALSE(reader.samples(kHeartRateType, Date(), Date::max())) << "a later version's";
+}
+
+TEST_F(SqliteHealthStoreTest, AReaderLeavesWhatItCannotReadAlone) {
+  const std::string damaged = directory.write("damaged.sqlite", std::string(5000, 'x'));
+  EXPECT_FALSE(SqliteHealthReader(damaged).samples(kHeartRateType, Date(), Date::max()));
+  const std::string fresh = directory.write("fresh.sqlite", "");
+  const auto none = SqliteHealthReader(fresh).samples(kHeartRateType, Date(), Date::max());
+  EXPECT_TRUE(none && none->empty());
+  EXPECT_EQ(directory.entryCount(), 2U);
 }
 
 }  // namespace
