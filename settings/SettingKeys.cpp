@@ -268,8 +268,8 @@ std::string tomlPath(const KeyPath& path) {
 
 std::string_view nearestName(std::string_view name, std::span<const std::string_view> names) {
   std::string_view nearest;
-  // What shares less than two thirds with the name is no typing error of it.
-  std::size_t least = name.size() / 3 + 1;
+  // Who has to change more than a third of the name has not mistyped it.
+  std::size_t least = std::max<std::size_t>(name.size() / 3, 1);
   for (const std::string_view candidate : names) {
     const std::size_t changes = distance(name, candidate);
     if (changes <= least && (nearest.empty() || changes < least)) {

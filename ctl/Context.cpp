@@ -1,0 +1,41 @@
+#include "ctl/Context.h"
+
+namespace wrixel2::ctl {
+
+ExitStatus Context::fail(const platform::Error& error) const {
+  for (const ExitStatus status :
+       {ExitStatus::badUsage, ExitStatus::notRunning, ExitStatus::timedOut}) {
+    if (error.code == kExitStatusCodes + static_cast<long>(status)) {
+      return fail(status, error.localizedDescription);
+    }
+  }
+  return fail(ExitStatus::failed, error.localizedDescription);
+}
+
+void Context::warnWithoutCompanion() const {
+  const auto session = openSession();
+  const auto runs =
+      session ? (*session)->isRunning(Peer::companion) : platform::Result<bool>(false);
+  if (!runs || !*runs) {
+    console.complain("the companion does not run: the change takes effect once it is started");
+  }
+}
+
+platform::Result<std::unique_ptr<Session>> Context::openSessionWithDaemon() const {
+  auto session = openSession();
+  if (!session) {
+    return failure(ExitStatus::notRunning, session.error().localizedDescription);
+  }
+  const auto runs = (*session)->isRunning(Peer::daemon);
+  if (!runs) {
+    return failure(ExitStatus::failed, runs.error().localizedDescription);
+  }
+  if (!*runs) {
+    return failure(ExitStatus::notRunning,
+                   "the daemon does not run; start it with \"systemctl --user start wrixel2d\", or "
+                   "as wrixel2d");
+  }
+  return session;
+}
+
+}  // namespace wrixel2::ctl

@@ -1,0 +1,16 @@
+#pragma once
+
+#include "ctl/Command.h"
+
+namespace wrixel2::ctl {
+
+/// "doctor": looks through everything that the service needs.
+class DoctorCommand final : public Command {
+ public:
+  void declare(CLI::App& program, const Choose& choose) override;
+
+ private:
+  static ExitStatus run(const Context& context);
+};
+
+}  // namespace wrixel2::ctl
