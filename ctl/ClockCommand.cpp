@@ -30,7 +30,7 @@ void ClockCommand::declare(CLI::App& program, const Choose& choose) {
 }
 
 ExitStatus ClockCommand::sync(const Context& context) {
-  const auto session = context.openSessionWithDaemon();
+  const auto session = context.openSessionForBand();
   if (!session) {
     return context.fail(session.error());
   }

@@ -1,5 +1,7 @@
 #include "ctl/Context.h"
 
+#include "ctl/TextRows.h"
+
 namespace wrixel2::ctl {
 
 ExitStatus Context::fail(const platform::Error& error) const {
@@ -34,6 +36,20 @@ platform::Result<std::unique_ptr<Session>> Context::openSessionWithDaemon() cons
     return failure(ExitStatus::notRunning,
                    "the daemon does not run; start it with \"systemctl --user start wrixel2d\", or "
                    "as wrixel2d");
+  }
+  return session;
+}
+
+platform::Result<std::unique_ptr<Session>> Context::openSessionForBand() const {
+  auto session = openSessionWithDaemon();
+  if (!session) {
+    return session;
+  }
+  const auto status = (*session)->properties(Peer::daemon);
+  const std::string problem =
+      status && *status ? platform::textForKey(**status, "Problem").value_or("") : "";
+  if (!problem.empty()) {
+    return failure(ExitStatus::timedOut, "the band cannot be reached: " + printable(problem));
   }
   return session;
 }

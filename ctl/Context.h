@@ -47,6 +47,9 @@ struct Context {
 
   /// A session in which the daemon runs. The error carries its exit status.
   platform::Result<std::unique_ptr<Session>> openSessionWithDaemon() const;
+  /// One in which the daemon knows nothing that would keep it from reaching the band: there is no
+  /// use in waiting else.
+  platform::Result<std::unique_ptr<Session>> openSessionForBand() const;
 };
 
 }  // namespace wrixel2::ctl

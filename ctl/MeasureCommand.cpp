@@ -33,7 +33,7 @@ void MeasureCommand::declare(CLI::App& program, const Choose& choose) {
 }
 
 ExitStatus MeasureCommand::run(const Context& context) {
-  const auto session = context.openSessionWithDaemon();
+  const auto session = context.openSessionForBand();
   if (!session) {
     return context.fail(session.error());
   }

@@ -333,6 +333,13 @@ TEST_F(CtlTest, LockAndClockWaitForABand) {
   world.daemon->insert_or_assign("Band", "");
   EXPECT_EQ(run({"lock"}), ExitStatus::timedOut);
   EXPECT_EQ(world.sent, Words{});
+  // Where the daemon knows better, nothing is waited for.
+  world.daemon->insert_or_assign("Problem", "Switched off");
+  for (const Words& words : std::vector<Words>{{"measure"}, {"clock", "sync"}}) {
+    EXPECT_EQ(run(words), ExitStatus::timedOut);
+    EXPECT_EQ(world.sent, Words{});
+    EXPECT_EQ(console.errors, "the band cannot be reached: Switched off\n");
+  }
 }
 
 TEST_F(CtlTest, TheStopwatchIsASetting) {
