@@ -32,6 +32,10 @@ if(WRIXEL2_COVERAGE)
   target_compile_options(wrixel2_options INTERFACE --coverage)
   target_link_options(wrixel2_options INTERFACE --coverage)
 endif()
+if(WRIXEL2_FUZZ)
+  target_compile_options(wrixel2_options INTERFACE -fsanitize=fuzzer-no-link)
+  target_link_options(wrixel2_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
 
 # A program that is idle for hours keeps what its start has touched, whole pages of it. A shared C++
 # runtime is touched all over by its own initialisation; what is linked in is what is used.
@@ -77,4 +81,14 @@ function(wrixel2_test name)
   target_link_libraries(${name} PRIVATE wrixel2_options ${ARG_USES} GTest::gtest GTest::gtest_main)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 60)
+endfunction()
+
+# wrixel2_fuzz(NAME USES target...): one libFuzzer program, of NAME.cpp, with what all of them share.
+function(wrixel2_fuzz name)
+  cmake_parse_arguments(ARG "" "" "USES" ${ARGN})
+  add_executable(wrixel2_fuzz_${name} ${name}.cpp)
+  target_link_libraries(wrixel2_fuzz_${name} PRIVATE wrixel2_options wrixel2_fuzzing ${ARG_USES})
+  target_link_options(wrixel2_fuzz_${name} PRIVATE -fsanitize=fuzzer)
+  set_target_properties(wrixel2_fuzz_${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY
+                                                        ${CMAKE_BINARY_DIR}/fuzz)
 endfunction()
