@@ -76,7 +76,7 @@ class Session final : private band::BandObserver {
   }
 
   /// After whatever has happened: what is given up is given up, and a band that is well again is
-  /// reached, by the second alert at the latest (the first may find the end of an earlier link).
+  /// reached, by the second alert (the first may find the end of an earlier link).
   void recover() {
     band_->setIsInRange(true);
     band_->setPairingKey(band::kDefaultPairingKey);
@@ -98,7 +98,9 @@ class Session final : private band::BandObserver {
               !manager_->isHeartRateActive() && !manager_->isHeartRateRequested() &&
               !manager_->isSetTimeActive() && !manager_->isStepExtraTime(),
           "no flag is left after everything was given up");
-    for (int attempt = 0; attempt < 3; ++attempt) {
+    // Each failure that was planned for an operation may cost one more alert.
+    vibrations_ = 0;
+    for (int left = 2 + plannedFailures_; left > 0 && vibrations_ == 0; --left) {
       alert(1, 5);
       phone_.runLoop.runFor(minutes(5));
     }
@@ -108,7 +110,6 @@ class Session final : private band::BandObserver {
 
  private:
   void alert(std::uint64_t repeat, std::uint64_t icon) {
-    vibrations_ = 0;
     manager_->sendAlertToPeripheralsWithMode(
         std::make_shared<mbmodel::MBVibrateModel>(repeat, icon, 3, std::string(kSecret)));
   }
@@ -226,6 +227,7 @@ class Session final : private band::BandObserver {
     switch (input.below(3)) {
       case 0: {
         const auto operation = input.oneOf(kOperations);
+        ++plannedFailures_;
         phone_.radio.failNext(operation, {static_cast<long>(input.below(20)), "It went wrong"});
         break;
       }
@@ -266,6 +268,7 @@ class Session final : private band::BandObserver {
                                        phone_.log};
   std::shared_ptr<band::VirtualBand> band_;
   std::shared_ptr<mbble::MBCentralManager> manager_;
+  int plannedFailures_ = 0;
   int vibrations_ = 0;
 };
 

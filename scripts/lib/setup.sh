@@ -4,7 +4,8 @@
 # shellcheck disable=SC2034 # the lists are used by their purposes' names
 
 # One list a purpose: "package" or "package:how to tell that it is there", where that is a command
-# (cmd=NAME), a pkg-config module (lib=NAME) or a module of the system's Python (python=NAME).
+# (cmd=NAME), a pkg-config module (lib=NAME), a module of the system's Python (python=NAME) or a
+# file (file=PATH).
 wrixel2_build_packages=(
   g++:cmd=g++
   cmake:cmd=cmake
@@ -34,6 +35,10 @@ wrixel2_test_packages=(
 wrixel2_bench_packages=(
   dbus-daemon:cmd=dbus-daemon
   libbenchmark-dev:lib=benchmark
+wrixel2_fuzz_packages=(
+  clang-19:cmd=clang++-19
+  libclang-rt-19-dev:file=/usr/lib/llvm-19/lib/clang/19/lib/linux
+  llvm:cmd=llvm-symbolizer
 )
 
 wrixel2_radio_packages=(
@@ -53,6 +58,7 @@ wrixel2_is_there() { # HOW
     python=*) /usr/bin/python3 -c "import ${1#python=}" ;;
     cmd=*) command -v "${1#cmd=}" ;;
     lib=*) pkg-config --exists "${1#lib=}" ;;
+    file=*) [ -e "${1#file=}" ] ;;
   esac >/dev/null 2>&1
 }
 
