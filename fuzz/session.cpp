@@ -88,7 +88,7 @@ class Session final : private band::BandObserver {
     static_cast<void>(band_->drop(6));
     band_->setHeartRate(60);
     phone_.runLoop.runFor(minutes(1));
-    if (manager_->macToLock() != "") {
+    if (!manager_->macToLock().empty()) {
       manager_->removeLock();
     }
     manager_->connectedMode(false);

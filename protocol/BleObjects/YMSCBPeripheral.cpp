@@ -260,6 +260,24 @@ void YMSCBPeripheral::peripheralDidDiscoverCharacteristicsForService(
   });
 }
 
+std::shared_ptr<YMSCBService> YMSCBPeripheral::serviceOf(
+    const std::shared_ptr<platform::Characteristic>& cbCharacteristic,
+    const std::shared_ptr<platform::Service>& cbService) const {
+  if (cbService) {
+    return findService(cbService);
+  }
+  // Asked for on a link that had ended already: its service is gone, its callback waits all the
+  // same, and would be called for the next link's first answer.
+  for (const auto& [name, service] : serviceDict_) {
+    for (const auto& [key, characteristic] : service->characteristicDict()) {
+      if (characteristic->cbCharacteristic() == cbCharacteristic) {
+        return service;
+      }
+    }
+  }
+  return nullptr;
+}
+
 void YMSCBPeripheral::route(
     const std::shared_ptr<platform::Peripheral>& peripheral,
     const std::shared_ptr<platform::Characteristic>& characteristic,
@@ -270,7 +288,7 @@ void YMSCBPeripheral::route(
   // go of it, and an answer that finds nobody would leave its callback to the answer after it.
   onMainQueue([peripheral, cbCharacteristic = characteristic, cbService = characteristic->service(),
                error, event, work = std::move(work)](YMSCBPeripheral& self) {
-    if (const auto service = self.findService(cbService)) {
+    if (const auto service = self.serviceOf(cbCharacteristic, cbService)) {
       if (const auto found = service->findCharacteristic(cbCharacteristic)) {
         work(*service, found);
       }

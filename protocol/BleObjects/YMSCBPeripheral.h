@@ -166,6 +166,10 @@ class YMSCBPeripheral : public platform::PeripheralDelegate,
 
   /// Queues the work on the main queue, for as long as this lives.
   void onMainQueue(platform::UniqueFunction<void(YMSCBPeripheral& self)> work);
+  /// The table's service of the characteristic, also when the platform has let go of its own.
+  std::shared_ptr<YMSCBService> serviceOf(
+      const std::shared_ptr<platform::Characteristic>& cbCharacteristic,
+      const std::shared_ptr<platform::Service>& cbService) const;
   /// Runs the work with the objects of the characteristic, if the tables have them, and then tells
   /// the delegate; all of it on the main queue.
   void route(

@@ -259,6 +259,19 @@ TEST_F(RequestsTest, ARingingCallIsShownTenTimesUnlessItIsStopped) {
   EXPECT_EQ(writesTo("2a46").size(), 3U);
 }
 
+TEST_F(RequestsTest, ACallThatRingsOnAfterItsLinkCostsNoLaterAlert) {
+  connectBand();
+  send(alert(4, 27));
+  // The watchdog ends the link after 20 s; what the call sends from then on comes to nothing.
+  runFor(Seconds(60));
+  ASSERT_FALSE(peripheral()->isConnected());
+  forgetRecords();
+  send(alert(1, 5));
+  runFor(Seconds(5));
+  EXPECT_EQ(writesTo("2a46").size(), 1U);
+  EXPECT_EQ(writesTo("2a06").size(), 1U) << "the pattern follows the icon";
+}
+
 TEST_F(RequestsTest, TheLinkIsKeptByTheAlertsRepeat) {
   connectBand();
   for (const auto& [repeat, seconds] : std::initializer_list<std::pair<std::uint64_t, long>>{
