@@ -462,6 +462,12 @@ void MBCentralManager::handleDisconnection(const std::shared_ptr<platform::Perip
   if (error) {
     logger_.warning(fmt::format("Central manager status has changed -> DISCONNECT ({})", code));
   }
+  const auto band = std::static_pointer_cast<MBPeripheral>(findPeripheral(peripheral));
+  if (band) {
+    // However the link ended: a radio that goes away without being switched off ends it without an
+    // error, and the band asks for the key again on the next one.
+    band->authService().resetAuthorization();
+  }
   if (code == 0) {
     // The link's end was wanted: nothing connects it again, whatever is still asked for.
     lastDisconnectError_ = 0;
@@ -469,10 +475,6 @@ void MBCentralManager::handleDisconnection(const std::shared_ptr<platform::Perip
       connectAnyBand();
     }
     return;
-  }
-  const auto band = std::static_pointer_cast<MBPeripheral>(findPeripheral(peripheral));
-  if (band) {
-    band->authService().resetAuthorization();
   }
   logger_.warning(fmt::format(
       "Ready for connect callback after err. HrActive:{} HrReqstd:{} notifActive:{} stepsActive:{} "

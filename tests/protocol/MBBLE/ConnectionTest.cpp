@@ -474,6 +474,21 @@ TEST_F(ConnectionTest, AResetForgetsTheBandsAndRequestsForCapabilitiesAreStillAn
   EXPECT_EQ(phone.distributedNotificationCenter.postings(kCapabilities).size(), 1U);
 }
 
+TEST_F(ConnectionTest, ABandIsSetUpAgainAfterTheRadioWasAwayForAnyReason) {
+  for (const auto state :
+       {CentralState::unknown, CentralState::resetting, CentralState::unsupported,
+        CentralState::unauthorized, CentralState::poweredOff}) {
+    SCOPED_TRACE(static_cast<int>(state));
+    manager.reset();
+    connectBand();
+    phone.radio.setState(state);
+    settle();
+    phone.radio.setState(CentralState::poweredOn);
+    runFor(Seconds(3));
+    EXPECT_TRUE(peripheral()->isInitialized());
+  }
+}
+
 TEST_F(ConnectionTest, OtherStatesOfTheRadioAreLogged) {
   makeManager();
   manager->setState(SessionState::scanning);

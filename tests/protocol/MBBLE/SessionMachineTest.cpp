@@ -17,6 +17,26 @@ std::uint64_t numberFromEnvironment(const char* name, std::uint64_t otherwise) {
   return text == nullptr ? otherwise : std::strtoull(text, nullptr, 10);
 }
 
+void expectAgreement(const SessionSteps& steps) {
+  if (const auto found = disagreement(steps)) {
+    ADD_FAILURE() << "After step " << found->step << "\n" << found->how;
+  }
+}
+
+TEST(SessionMachineTest, KeepsToItsRulesWhereItOnceDidNot) {
+  // A radio that was away without having been switched off.
+  for (const std::int64_t state : {0, 2, 3}) {
+    SCOPED_TRACE(state);
+    expectAgreement({
+        {Kind::wait, 3000, 0},
+        {Kind::power, state, 0},
+        {Kind::power, 5, 0},
+        {Kind::wait, 3000, 0},
+        {Kind::alert, 1, 5},
+    });
+  }
+}
+
 /// WRIXEL2_SESSION_SEED begins elsewhere, WRIXEL2_SESSION_STEPS goes further.
 TEST(SessionMachineTest, KeepsToItsRulesWhateverHappens) {
   constexpr std::uint64_t kSteps = 20'000;
@@ -32,8 +52,8 @@ TEST(SessionMachineTest, KeepsToItsRulesWhateverHappens) {
     if (disagreement(steps)) {
       steps = minimised(steps);
       FAIL() << "With WRIXEL2_SESSION_SEED=" << seed << ", and as a test:\n"
-             << "  EXPECT_AGREEMENT({\n"
-             << description(steps) << "  });\n"
+             << "    expectAgreement({\n"
+             << description(steps) << "    });\n"
              << disagreement(steps).value_or(Disagreement()).how;
     }
   }

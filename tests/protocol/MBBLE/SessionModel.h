@@ -81,7 +81,7 @@ class SessionModel {
   // The session's rules.
   void poweredOn();
   void poweredOff();
-  void kick(int seconds);
+  void kick(int interval);
   void kickForAlert();
   void watchdogFired();
   void startBandConnection(bool isWatched);
