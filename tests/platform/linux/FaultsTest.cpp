@@ -1,0 +1,145 @@
+#include <csignal>
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/linux/LinuxClock.h"
+#include "platform/linux/LinuxFileManager.h"
+#include "platform/linux/LinuxPropertyLists.h"
+#include "platform/linux/LinuxRunLoop.h"
+#include "platform/linux/LocalTimeZone.h"
+#include "platform/linux/PropertyListUserDefaults.h"
+#include "tests/platform/linux/RecordingLog.h"
+#include "tests/platform/linux/TemporaryDirectory.h"
+
+namespace wrixel2::platform::linux {
+namespace {
+
+/// A limit of this process, until the end of the scope.
+class Limit {
+ public:
+  Limit(__rlimit_resource resource, rlim_t most) : resource_(resource) {
+    ::getrlimit(resource_, &before_);
+    rlimit limit = before_;
+    limit.rlim_cur = most;
+    ::setrlimit(resource_, &limit);
+  }
+  Limit(const Limit&) = delete;
+  Limit& operator=(const Limit&) = delete;
+  ~Limit() { ::setrlimit(resource_, &before_); }
+
+ private:
+  __rlimit_resource resource_;
+  rlimit before_{};
+};
+
+/// Files as somebody who is not root meets them, until the end of the scope.
+class OrdinaryUser {
+ public:
+  OrdinaryUser() {
+    if (::geteuid() == 0) {
+      isChanged_ = ::seteuid(65'534) == 0;
+    }
+  }
+  OrdinaryUser(const OrdinaryUser&) = delete;
+  OrdinaryUser& operator=(const OrdinaryUser&) = delete;
+  ~OrdinaryUser() {
+    if (isChanged_) {
+      [[maybe_unused]] const int result = ::seteuid(0);
+    }
+  }
+
+ private:
+  bool isChanged_ = false;
+};
+
+class FaultsTest : public testing::Test {
+ protected:
+  /// Everything that the system writes, on files that hold something already; what each says.
+  void writeAll(int expectedCode) {
+    const auto error = files.writeAtomically(directory.path("lock"), Bytes(200'000, 'x'));
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code, expectedCode);
+    const auto listError = lists.writeToFileAtomically(directory.path("defaults"), large());
+    ASSERT_TRUE(listError);
+    EXPECT_EQ(listError->code, expectedCode);
+    defaults.setObjectForKey("text", std::string(200'000, 'x'));
+    defaults.synchronize();
+    EXPECT_EQ(log.count("WARN The user defaults are not written"), 1U);
+    ASSERT_TRUE(files.copyItemAtPath(directory.path("source"), directory.path("copy")));
+  }
+  void expectAsBefore() {
+    EXPECT_EQ(files.contentsAtPath(directory.path("lock")).value(), bytesOfText("lock"));
+    EXPECT_EQ(*lists.dictionaryWithContentsOfFile(directory.path("defaults")),
+              (Dictionary{{"a", 1}}));
+    EXPECT_EQ(directory.entryCount(), 3U) << "nothing unfinished is left";
+    // What could not be written is not forgotten.
+    defaults.synchronize();
+    EXPECT_EQ(log.count("WARN The user defaults are not written"), 1U);
+    EXPECT_EQ(lists.dictionaryWithContentsOfFile(directory.path("defaults"))->size(), 2U);
+  }
+  static Dictionary large() { return {{"text", std::string(200'000, 'x')}}; }
+
+  TemporaryDirectory directory;
+  RecordingLog log;
+  LinuxFileManager files;
+  LinuxPropertyLists lists{files};
+  std::string lock = directory.write("lock", "lock");
+  std::string source = directory.write("source", std::string(200'000, 'y'));
+  ErrorOrNone made = lists.writeToFileAtomically(directory.path("defaults"), {{"a", 1}});
+  PropertyListUserDefaults defaults{lists, files, log, directory.path("defaults")};
+};
+
+TEST_F(FaultsTest, AWriteThatEndsInTheMiddleLeavesTheOldFiles) {
+  {
+    const Limit small(RLIMIT_FSIZE, 100'000);
+    std::signal(SIGXFSZ, SIG_IGN);
+    writeAll(EFBIG);
+    std::signal(SIGXFSZ, SIG_DFL);
+  }
+  expectAsBefore();
+}
+
+TEST_F(FaultsTest, ADirectoryThatMayNotBeWrittenLeavesTheOldFiles) {
+  ::chmod(directory.path().c_str(), 0555);
+  {
+    const OrdinaryUser user;
+    writeAll(EACCES);
+  }
+  ::chmod(directory.path().c_str(), 0755);
+  expectAsBefore();
+
+  ::chmod(lock.c_str(), 0000);
+  {
+    const OrdinaryUser user;
+    EXPECT_EQ(files.contentsAtPath(lock).error().code, EACCES);
+  }
+}
+
+TEST_F(FaultsTest, WithoutDescriptorsFilesAreErrorsAndTimersGoOn) {
+#ifdef __SANITIZE_ADDRESS__
+  GTEST_SKIP() << "The sanitizers' own checks need descriptors";
+#endif
+  LocalTimeZone zone{directory.path("none")};
+  LinuxRunLoop loop{log, zone};
+  LinuxClock clock;
+  int fired = 0;
+  {
+    const Limit none(RLIMIT_NOFILE, 0);
+    writeAll(EMFILE);
+    EXPECT_EQ(files.contentsAtPath(lock).error().code, EMFILE);
+    EXPECT_EQ(files.contentsOfDirectoryAtPath(directory.path()).error().code, EMFILE);
+    const auto count = [&fired] { ++fired; };
+    const auto repeated = loop.scheduledTimer(TimeInterval(0), false, count);
+    const auto persistent = loop.persistentTimer(TimeInterval(0), "test", count);
+    const auto dated = loop.persistentTimer(clock.now(), "test", count);
+    loop.post(count);
+    EXPECT_TRUE(loop.runUntil([&fired] { return fired == 4; }, std::chrono::seconds(10)));
+  }
+  expectAsBefore();
+}
+
+}  // namespace
+}  // namespace wrixel2::platform::linux
