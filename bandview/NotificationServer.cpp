@@ -31,7 +31,9 @@ platform::ErrorOrNone NotificationServer::serve() {
       {"GetCapabilities",
        {},
        {{"capabilities", "as"}},
-       [](const BusMessage& call) { call.reply("as", {Array{"body", "persistence"}}); }},
+       [](const BusMessage& call) {
+         call.reply("as", {platform::Value(Array{"body", "persistence"})});
+       }},
       {"GetServerInformation",
        {},
        {{"name", "s"}, {"vendor", "s"}, {"version", "s"}, {"spec_version", "s"}},

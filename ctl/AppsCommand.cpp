@@ -24,7 +24,7 @@ using settings::SettingsEditor;
 /// An app that has notified, or has a table of its own, or both.
 struct KnownApp {
   SeenApp seen;
-  const settings::AppSettings* alert = nullptr;
+  std::optional<settings::AppSettings> alert;  ///< none: neither its own nor other apps'
   bool hasOwnTable = false;
 };
 
@@ -41,7 +41,9 @@ std::vector<KnownApp> knownApps(const std::vector<SeenApp>& seen,
   std::vector<KnownApp> known;
   for (auto& [id, app] : apps) {
     app.seen.id = id;
-    app.alert = alertOf(settings, id);
+    if (const auto* alert = alertOf(settings, id)) {
+      app.alert = *alert;
+    }
     known.push_back(std::move(app));
   }
   return known;
@@ -51,7 +53,7 @@ std::string listText(const std::vector<KnownApp>& apps, const Context& context) 
   std::vector<std::vector<std::string>> rows{
       {"APP", "NAME", "SEEN", "LAST", "ICON", "REPEAT", "PATTERN", "TEXT", "FROM"}};
   for (const KnownApp& app : apps) {
-    const settings::AppSettings alert = app.alert != nullptr ? *app.alert : settings::AppSettings{};
+    const settings::AppSettings alert = app.alert.value_or(settings::AppSettings{});
     rows.push_back(
         {printable(app.seen.id), printable(app.seen.name), fmt::format("{}", app.seen.count),
          app.seen.last == 0 ? "-"
@@ -59,9 +61,9 @@ std::string listText(const std::vector<KnownApp>& apps, const Context& context) 
                                         context.clock.now(), context.timeZone),
          iconText(alert.icon), fmt::format("{}", alert.repeat), fmt::format("{}", alert.pattern),
          alert.preview ? "yes" : "no",
-         app.hasOwnTable        ? "its table"
-         : app.alert != nullptr ? "other apps"
-                                : "default"});
+         app.hasOwnTable         ? "its table"
+         : app.alert.has_value() ? "other apps"
+                                 : "default"});
   }
   return alignedRows(rows);
 }
@@ -69,7 +71,7 @@ std::string listText(const std::vector<KnownApp>& apps, const Context& context) 
 platform::Array listJson(const std::vector<KnownApp>& apps) {
   platform::Array list;
   for (const KnownApp& app : apps) {
-    const settings::AppSettings alert = app.alert != nullptr ? *app.alert : settings::AppSettings{};
+    const settings::AppSettings alert = app.alert.value_or(settings::AppSettings{});
     list.emplace_back(platform::Dictionary{{"id", app.seen.id},
                                            {"name", app.seen.name},
                                            {"count", app.seen.count},

@@ -88,12 +88,12 @@ KeyPath pathOfHeader(std::string_view line) {
     const toml::table document = toml::parse(line);
     const toml::table* table = &document;
     while (table != nullptr && !table->empty()) {
-      const auto& [key, node] = *table->begin();
-      path.emplace_back(key.str());
-      if (node.is_array()) {
+      const auto first = table->begin();  // what it points to is part of it
+      path.emplace_back(first->first.str());
+      if (first->second.is_array()) {
         path.emplace_back("[[]]");
       }
-      table = node.as_table();
+      table = first->second.as_table();
     }
   } catch (const toml::parse_error&) {
     path.clear();  // not reached: the whole text has been read as TOML

@@ -164,9 +164,10 @@ class FakeOfono final : public FakeCallService {
                 {},
                 {{"modems", "a(oa{sv})"}},
                 [](const BusMessage& call) {
-                  call.reply("a(oa{sv})",
-                             {Array{Array{kModem, Dictionary{{"Interfaces", Array{kManager}}}},
-                                    Array{"/modem1", Dictionary{{"Interfaces", Array{}}}}}});
+                  const Value modems =
+                      Array{Array{kModem, Dictionary{{"Interfaces", Array{kManager}}}},
+                            Array{"/modem1", Dictionary{{"Interfaces", Array{}}}}};
+                  call.reply("a(oa{sv})", {modems});
                 }}},
               {},
               {}})));

@@ -28,10 +28,11 @@ using platform::linux::BusSlot;
 
 class PhoneStateTest : public platform::linux::BusTest {
  protected:
+  /// What follows from what follows, through several rounds of questions and answers.
   void settle() {
-    serveAll();
-    serveAll();
-    serveAll();
+    for (int round = 0; round < 6; ++round) {
+      serveAll();
+    }
   }
   void addProperty(const char* path, const char* interface, const char* name, const char* signature,
                    const Value& value) {

@@ -219,9 +219,11 @@ TEST_F(RequestsTest, CountersAndBatteryAreReportedAndTheStatusFollows) {
   ASSERT_TRUE(address);
   const auto status = bus_->getAllProperties(kStatus);
   ASSERT_TRUE(status);
-  const Dictionary now{{"State", "connected"}, {"Band", *address},  {"Initialized", true},
-                       {"LockedTo", ""},       {"Battery", 63},     {"Steps", 4321},
-                       {"NextMeasurement", 0}, {"NextStepCheck", 0}};
+  const Dictionary now{{"State", "connected"}, {"Band", *address},
+                       {"Initialized", true},  {"LockedTo", ""},
+                       {"Battery", 63},        {"Steps", 4321},
+                       {"NextMeasurement", 0}, {"NextStepCheck", 0},
+                       {"Problem", ""},        {"Authentication", "accepted"}};
   EXPECT_EQ(*status, now);
   for (const auto& [name, value] : announced_) {
     EXPECT_EQ(value, now.at(name)) << name << " was announced otherwise than it is";
