@@ -21,7 +21,7 @@ using std::chrono::steady_clock;
 const BusAddress kNotifications{"org.freedesktop.Notifications", "/org/freedesktop/Notifications",
                                 "org.freedesktop.Notifications"};
 /// So many are on their way at a time.
-constexpr std::size_t kBurst = 200;
+constexpr std::size_t kBurst = 100;
 
 BusInterface notificationService() {
   BusInterface service;

@@ -17,11 +17,11 @@ namespace wrixel2::companion {
 /// each until the daemon has answered it. What a daemon did not answer before it went is sent again
 /// to the next one; an answer that is only late costs time, and never makes a second alert.
 ///
-/// At most 64 are kept, for at most 60 seconds: an alert that comes later than that tells of
+/// At most 256 are kept, for at most 60 seconds: an alert that comes later than that tells of
 /// nothing new. One that is dropped has a line in the log, with the number of all of them so far.
 class BulletinOutbox {
  public:
-  static constexpr std::size_t kMostWaiting = 64;
+  static constexpr std::size_t kMostWaiting = 256;
   static constexpr platform::TimeInterval kLongestWait = platform::seconds(60);
 
   /// By which one bulletin is named afterwards.

@@ -120,8 +120,9 @@ TEST_F(BulletinOutboxTest, ADaemonThatIsGoneIsNotSentToBeforeItsIntroduction) {
   EXPECT_EQ(taken(), Names{"1"});
 }
 
-TEST_F(BulletinOutboxTest, DropsTheOldestAboveSixtyFour) {
-  for (int i = 0; i < 66; ++i) {
+TEST_F(BulletinOutboxTest, DropsTheOldestAboveItsBound) {
+  constexpr std::size_t kAdded = BulletinOutbox::kMostWaiting + 2;
+  for (std::size_t i = 0; i < kAdded; ++i) {
     add(std::to_string(i));
   }
   EXPECT_EQ(dropped("too many wait for the daemon"), 2U);
@@ -129,20 +130,20 @@ TEST_F(BulletinOutboxTest, DropsTheOldestAboveSixtyFour) {
   EXPECT_TRUE(phone_.log.contains(LogLevel::warning, "(2 dropped so far)"));
   startIntroducedDaemon();
   const Names names = taken();
-  ASSERT_EQ(names.size(), 64U);
+  ASSERT_EQ(names.size(), BulletinOutbox::kMostWaiting);
   EXPECT_EQ(names.front(), "2");
-  EXPECT_EQ(names.back(), "65");
+  EXPECT_EQ(names.back(), std::to_string(kAdded - 1));
 }
 
 TEST_F(BulletinOutboxTest, KeepsTheOneOnTheWayWhenThereAreTooMany) {
   startIntroducedDaemon();
   phone_.messageCenters.setHanging(kDaemon, true);
-  for (int i = 0; i < 65; ++i) {
+  for (std::size_t i = 0; i <= BulletinOutbox::kMostWaiting; ++i) {
     add(std::to_string(i));
   }
   phone_.messageCenters.setHanging(kDaemon, false);
   const Names names = taken();
-  ASSERT_EQ(names.size(), 64U);
+  ASSERT_EQ(names.size(), BulletinOutbox::kMostWaiting);
   EXPECT_EQ((Names{names[0], names[1]}), (Names{"0", "2"}));
 }
 

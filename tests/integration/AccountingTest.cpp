@@ -79,7 +79,7 @@ TEST_F(SlowAccountingTest, EveryNotificationIsAccountedFor) {
   constexpr int kBurst = 25;
   writeSettings("");
   startBoth();
-  std::vector<bool> isUnseen(kNotifications + 100, false);
+  std::vector<bool> isUnseen(2 * kNotifications, false);
   for (int round = 0; sent_ < kNotifications; ++round) {
     SCOPED_TRACE(round);
     send(kBurst);
@@ -91,7 +91,7 @@ TEST_F(SlowAccountingTest, EveryNotificationIsAccountedFor) {
         break;
       case 3:  // for longer than all can wait
         killDaemon();
-        for (int i = 0; i < 4; ++i) {
+        for (int i = 0; i < 12; ++i) {
           send(kBurst);
         }
         startDaemon();
