@@ -94,6 +94,7 @@ TEST_F(SlowAccountingTest, EveryNotificationIsAccountedFor) {
         for (int i = 0; i < 12; ++i) {
           send(kBurst);
         }
+        waitUntil("too many wait", [this] { return companion_->hasLogged("dropped so far"); });
         startDaemon();
         break;
       case 5: {
