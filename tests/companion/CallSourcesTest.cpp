@@ -19,7 +19,7 @@ class CallSourcesTest : public platform::linux::BusTest,
   }
   /// "number name" of the calls that ring, once all that is under way has arrived.
   Lines ringing() {
-    for (int round = 0; round < 6; ++round) {
+    for (int round = 0; round < 30; ++round) {
       serveAll();
     }
     Lines lines;

@@ -51,7 +51,7 @@ class MprisPlayersTest : public platform::linux::BusTest {
     return made;
   }
   void settle() {
-    for (int round = 0; round < 6; ++round) {
+    for (int round = 0; round < 30; ++round) {
       serveAll();
     }
   }

@@ -30,7 +30,7 @@ class PhoneStateTest : public platform::linux::BusTest {
  protected:
   /// What follows from what follows, through several rounds of questions and answers.
   void settle() {
-    for (int round = 0; round < 6; ++round) {
+    for (int round = 0; round < 30; ++round) {
       serveAll();
     }
   }

@@ -100,7 +100,7 @@ TEST_F(BusValuesTest, TypedArgumentsRoundTrip) {
                         Bytes{9},
                         Dictionary{{"343", Bytes{1}}},
                         Array{"a", "b"},
-                        Array{Array{"x", 1}},
+                        Array{Value(Array{"x", 1})},
                         Dictionary{{"k", "v"}},
                         3.0};
   ASSERT_FALSE(message.append("ynaya{qv}asa(si)a{ss}d", values));
