@@ -1,5 +1,6 @@
 #include "companion/SettingsFileWatch.h"
 
+#include <cstdint>
 #include <filesystem>
 #include <utility>
 
@@ -15,6 +16,9 @@ std::string parentOf(const std::string& path) { return std::filesystem::path(pat
 bool isNamed(const inotify_event& event, const std::string& name) {
   return event.len > 0 && name == event.name;
 }
+
+/// Each of them leaves the file complete, or leaves none.
+constexpr std::uint32_t kChanges = IN_CLOSE_WRITE | IN_MOVED_TO | IN_DELETE | IN_MOVED_FROM;
 
 bool isOverflow(const inotify_event& event) { return (event.mask & IN_Q_OVERFLOW) != 0; }
 
@@ -40,8 +44,7 @@ platform::Result<std::unique_ptr<SettingsFileWatch>> SettingsFileWatch::start(
 platform::ErrorOrNone SettingsFileWatch::watchDirectory() {
   sd_event_source* source = nullptr;
   const int result = sd_event_add_inotify(event_, &source, directory_.c_str(),
-                                          IN_CLOSE_WRITE | IN_MOVED_TO | IN_CREATE | IN_ONLYDIR,
-                                          onDirectory, this);
+                                          kChanges | IN_CREATE | IN_ONLYDIR, onDirectory, this);
   if (result < 0) {
     return platform::errorFromErrno(-result, "cannot watch " + directory_);
   }
@@ -61,7 +64,7 @@ platform::ErrorOrNone SettingsFileWatch::watchParent() {
   return std::nullopt;
 }
 
-bool SettingsFileWatch::isWritten(const inotify_event& event) const {
+bool SettingsFileWatch::isChanged(const inotify_event& event) const {
   if (isOverflow(event)) {
     return true;
   }
@@ -70,15 +73,14 @@ bool SettingsFileWatch::isWritten(const inotify_event& event) const {
   }
   // A new file is still empty, and is reported when it is closed; a new link is complete.
   std::error_code ignored;
-  return (event.mask & (IN_CLOSE_WRITE | IN_MOVED_TO)) != 0 ||
-         std::filesystem::is_symlink(path_, ignored) ||
+  return (event.mask & kChanges) != 0 || std::filesystem::is_symlink(path_, ignored) ||
          std::filesystem::hard_link_count(path_, ignored) > 1;
 }
 
 int SettingsFileWatch::onDirectory(sd_event_source* /*source*/, const inotify_event* event,
                                    void* userdata) {
   auto* self = static_cast<SettingsFileWatch*>(userdata);
-  if (self->isWritten(*event)) {
+  if (self->isChanged(*event)) {
     self->changed_();
   }
   return 0;

@@ -15,8 +15,8 @@ class LinuxRunLoop;
 
 namespace wrixel2::companion {
 
-/// Tells when a file has been written, by inotify(7) on its directory: editors replace a file
-/// rather than write into it. A directory that is itself replaced is followed.
+/// Tells when a file has been written or removed, by inotify(7) on its directory: editors replace a
+/// file rather than write into it. A directory that is itself replaced is followed.
 ///
 /// A file is not reported while it is still being written: only its closing or its arrival counts.
 class SettingsFileWatch {
@@ -38,7 +38,7 @@ class SettingsFileWatch {
 
   platform::ErrorOrNone watchDirectory();
   platform::ErrorOrNone watchParent();
-  bool isWritten(const inotify_event& event) const;
+  bool isChanged(const inotify_event& event) const;
 
   sd_event* event_;
   std::string path_;

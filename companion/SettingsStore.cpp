@@ -17,7 +17,7 @@ std::vector<std::string_view> SettingsStore::load() {
     if (contents.error().code == ENOENT) {
       logger_.info(fmt::format("No settings file {}: the settings stay as they are", path_));
     } else {
-      problem_ = fmt::format("{}: {}", path_, contents.error().localizedDescription);
+      problem_ = contents.error().localizedDescription;
       logger_.error(problem_);
     }
     return {};
