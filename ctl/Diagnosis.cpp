@@ -95,6 +95,9 @@ class Examiner {
     } else if (!seen_.hasSettingsFile) {
       warning("settings", "there is no settings file: no app has an icon",
               "wrixel2ctl apps set ID --icon message");
+    } else if (!seen_.settingsWarning.empty()) {
+      warning("settings", seen_.settingsWarning,
+              "mend that line; \"wrixel2ctl settings list\" shows what there is");
     } else {
       ok("settings", "the file holds");
     }

@@ -26,8 +26,9 @@ struct Examination {
   std::string sessionBusProblem;  ///< empty where there is a session
   std::optional<platform::Dictionary> daemon;
   std::optional<platform::Dictionary> companion;
-  std::string keyProblem;  ///< empty where there is a key
-  bool isKeyUsual = true;  ///< see PairingKey
+  std::string keyProblem;       ///< empty where there is a key
+  bool isKeyUsual = true;       ///< see PairingKey
+  std::string settingsWarning;  ///< "FILE:LINE: what is ignored in it", empty where nothing is
   std::string settingsProblem;
   bool hasSettingsFile = true;
   std::string healthStoreProblem;

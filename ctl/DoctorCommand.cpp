@@ -6,6 +6,7 @@
 #include <vector>
 
 #include <CLI/CLI.hpp>
+#include <fmt/format.h>
 
 #include "ctl/Diagnosis.h"
 #include "ctl/Json.h"
@@ -57,6 +58,10 @@ void examineFiles(const Context& context, Examination& examination) {
   const auto editor = settings::SettingsEditor::open(context.files, context.paths.settings);
   if (!editor) {
     examination.settingsProblem = editor.error().localizedDescription;
+  } else if (!editor->warnings().empty()) {
+    const auto& first = editor->warnings().front();
+    examination.settingsWarning =
+        fmt::format("{}:{}: {}", context.paths.settings, first.line, first.message);
   }
   const auto now = context.clock.now();
   const auto samples = platform::linux::SqliteHealthReader(context.paths.healthDatabase)

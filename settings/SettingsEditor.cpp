@@ -58,6 +58,7 @@ platform::ErrorOrNone SettingsEditor::load() {
     return platform::Error{0, ": " + layout.error().localizedDescription};
   }
   settings_ = std::move(parsed.settings);
+  warnings_ = std::move(parsed.warnings);
   entries_.clear();
   for (const TomlLayout::Entry& entry : layout->entries()) {
     entries_.push_back({entry.path, entry.value, entry.line});

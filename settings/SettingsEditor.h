@@ -12,6 +12,7 @@
 #include "platform/Value.h"
 #include "settings/SettingKeys.h"
 #include "settings/Settings.h"
+#include "settings/SettingsParser.h"
 
 namespace wrixel2::settings {
 
@@ -40,6 +41,8 @@ class SettingsEditor {
   const std::string& text() const { return text_; }
   /// What the text says, as the programs that read it have it.
   const Settings& settings() const { return settings_; }
+  /// What its readers ignore, each with its line.
+  const std::vector<SettingsProblem>& warnings() const { return warnings_; }
   const std::vector<Entry>& entries() const { return entries_; }
   /// None where the text does not say.
   const Entry* find(const KeyPath& path) const;
@@ -64,6 +67,7 @@ class SettingsEditor {
   std::string name_;
   std::string text_;
   Settings settings_;
+  std::vector<SettingsProblem> warnings_;
   std::vector<Entry> entries_;
 };
 

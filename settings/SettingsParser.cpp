@@ -18,6 +18,9 @@ namespace wrixel2::settings {
 namespace {
 
 constexpr std::string_view kOtherApps = "*";
+constexpr std::int64_t kLastIcon = 30;
+
+bool isIcon(std::int64_t number) { return number >= 0 && number <= kLastIcon; }
 
 std::string_view kindWord(toml::node_type type) {
   switch (type) {
@@ -109,7 +112,10 @@ class DocumentReader {
     for (const auto& [key, node] : table) {
       const std::string path = fmt::format("apps.\"{}\".{}", app, key.str());
       if (key.str() == "icon") {
-        read(path, node, settings.icon);
+        if (read(path, node, settings.icon) && !isIcon(settings.icon)) {
+          warn(key.source(), fmt::format("{} is {}; the band has icons from 1 to {}", path,
+                                         settings.icon, kLastIcon));
+        }
       } else if (key.str() == "repeat") {
         read(path, node, settings.repeat);
       } else if (key.str() == "pattern") {

@@ -68,6 +68,8 @@ TEST(DiagnosisTest, EachThingIsJudgedByItself) {
        "mode 0640"},
       {"damaged settings", [](auto& e) { e.settingsProblem = "file:1: x"; }, Verdict::problem,
        "settings", "file:1: x"},
+      {"odd settings", [](auto& e) { e.settingsWarning = "file:2: unknown key"; }, Verdict::warning,
+       "settings", "file:2: unknown key"},
       {"companion refuses settings",
        [](auto& e) { e.companion->insert_or_assign("SettingsProblem", "f:2: y"); },
        Verdict::problem, "settings", "f:2: y"},

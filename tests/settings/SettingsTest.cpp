@@ -204,5 +204,14 @@ INSTANTIATE_TEST_SUITE_P(
         ChangeCase{"commentsOnly", "mode = 0", "# quiet per app\nmode = 0\n", {}}),
     [](const auto& testCase) { return testCase.param.name; });
 
+TEST(SettingsTest, AnIconThatTheBandDoesNotHaveIsWarnedAbout) {
+  EXPECT_TRUE(parseSettings("[apps.Chat]\nicon = 30\n[apps.\"*\"]\nicon = 0\n").warnings.empty());
+  const ParsedSettings parsed = parseSettings("[apps.Chat]\nicon = 31\n[apps.\"*\"]\nicon = -1\n");
+  EXPECT_TRUE(parsed.errors.empty());
+  EXPECT_EQ(parsed.warnings, (std::vector<SettingsProblem>{
+                                 {2, "apps.\"Chat\".icon is 31; the band has icons from 1 to 30"},
+                                 {4, "apps.\"*\".icon is -1; the band has icons from 1 to 30"}}));
+}
+
 }  // namespace
 }  // namespace wrixel2::settings
