@@ -21,6 +21,9 @@ namespace {
 
 using settings::SettingsEditor;
 
+/// Stands for the apps without a table of their own.
+constexpr const char* kOtherApps = "*";
+
 /// An app that has notified, or has a table of its own, or both.
 struct KnownApp {
   SeenApp seen;
@@ -28,7 +31,7 @@ struct KnownApp {
   bool hasOwnTable = false;
 };
 
-/// By identifier.
+/// By identifier; behind them what every other app gets, where something is set for it.
 std::vector<KnownApp> knownApps(const std::vector<SeenApp>& seen,
                                 const settings::Settings& settings) {
   std::map<std::string, KnownApp> apps;
@@ -45,6 +48,9 @@ std::vector<KnownApp> knownApps(const std::vector<SeenApp>& seen,
       app.alert = *alert;
     }
     known.push_back(std::move(app));
+  }
+  if (settings.otherApps) {
+    known.push_back({{kOtherApps, "every other app"}, settings.otherApps, true});
   }
   return known;
 }
@@ -165,7 +171,12 @@ ExitStatus AppsCommand::list(const Context& context) const {
 }
 
 ExitStatus AppsCommand::set(const Context& context) const {
-  if (app_.empty() || given_.empty()) {
+  if (app_.empty()) {
+    return context.fail(
+        ExitStatus::badUsage,
+        "an app's identifier is not empty; \"apps list\" shows those that are known");
+  }
+  if (given_.empty()) {
     return context.fail(ExitStatus::badUsage,
                         "nothing to set: give --icon, --repeat, --pattern or --preview");
   }
@@ -202,6 +213,10 @@ ExitStatus AppsCommand::set(const Context& context) const {
 }
 
 ExitStatus AppsCommand::test(const Context& context) const {
+  if (app_ == kOtherApps) {
+    return context.fail(ExitStatus::badUsage,
+                        "\"*\" stands for every other app; name one that has notified");
+  }
   const auto session = context.openSessionWithDaemon();
   if (!session) {
     return context.fail(session.error());

@@ -1,5 +1,6 @@
 #include "ctl/Context.h"
 
+#include "ctl/KeyStore.h"
 #include "ctl/TextRows.h"
 
 namespace wrixel2::ctl {
@@ -45,11 +46,24 @@ platform::Result<std::unique_ptr<Session>> Context::openSessionForBand() const {
   if (!session) {
     return session;
   }
-  const auto status = (*session)->properties(Peer::daemon);
-  const std::string problem =
-      status && *status ? platform::textForKey(**status, "Problem").value_or("") : "";
+  const auto properties = (*session)->properties(Peer::daemon);
+  const platform::Dictionary status =
+      properties && *properties ? **properties : platform::Dictionary{};
+  const std::string problem = platform::textForKey(status, "Problem").value_or("");
   if (!problem.empty()) {
     return failure(ExitStatus::timedOut, "the band cannot be reached: " + printable(problem));
+  }
+  const std::string verdict = platform::textForKey(status, "Authentication").value_or("");
+  if (platform::boolForKey(status, "Initialized") || verdict == "accepted") {
+    return session;
+  }
+  if (!KeyStore(files, propertyLists, paths.miFit).key()) {
+    return failure(ExitStatus::failed,
+                   "there is no pairing key that the band could accept; \"wrixel2ctl key import\" "
+                   "takes one over");
+  }
+  if (verdict == "refused") {
+    return failure(ExitStatus::failed, std::string(kKeyRefused));
   }
   return session;
 }

@@ -15,6 +15,10 @@
 
 namespace wrixel2::ctl {
 
+/// What is wrong, and what mends it, where the band's last word on the pairing key was no.
+inline constexpr std::string_view kKeyRefused =
+    "the band refuses the pairing key; import the right one with \"wrixel2ctl key import\"";
+
 /// The owner's files.
 struct OwnerFiles {
   std::string settings;

@@ -4,6 +4,7 @@
 
 #include "ctl/Json.h"
 #include "ctl/TextRows.h"
+#include "ctl/TimeText.h"
 
 namespace wrixel2::ctl {
 
@@ -55,9 +56,14 @@ std::string sentenceOf(const platform::Notification& notification) {
 
 }  // namespace
 
-EventText EventText::ofStatus(const std::string& property, const platform::Value& value) {
+EventText EventText::ofStatus(const std::string& property, const platform::Value& value,
+                              platform::Date now, const platform::TimeZone& zone) {
+  const bool isTime = property == "NextMeasurement" || property == "NextStepCheck";
+  const bool isEmpty = value.text() != nullptr && value.text()->empty();
   return {fmt::format("{} is now {}", printable(property),
-                      value.text() != nullptr && value.text()->empty() ? "empty" : shown(value)),
+                      isTime    ? plannedTime(value.longValue(), now, zone)
+                      : isEmpty ? "empty"
+                                : shown(value)),
           {{"event", "status"}, {"property", property}, {"value", value}}};
 }
 

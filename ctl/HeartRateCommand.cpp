@@ -36,6 +36,9 @@ void HeartRateCommand::declare(CLI::App& program, const Choose& choose) {
 }
 
 ExitStatus HeartRateCommand::run(const Context& context) const {
+  if (context.json && asCsv_) {
+    return context.fail(ExitStatus::badUsage, "--csv excludes --json");
+  }
   const auto now = context.clock.now();
   const bool isExport = context.json || asCsv_ || asDataPoints_;
   // "now" has its own second's samples as well.

@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "ctl/Json.h"
 #include "ctl/TextRows.h"
 #include "ctl/Waiting.h"
 
@@ -47,6 +48,14 @@ platform::Result<std::string> lockedToAfter(const Context& context, Session& ses
   return lockedTo;
 }
 
+void report(const Context& context, const std::string& lockedTo) {
+  context.console.print(
+      context.json
+          ? jsonText(platform::Dictionary{{"lockedTo", lockedTo}}, JsonLayout::oneLine) + "\n"
+      : lockedTo.empty() ? "Not locked to any band.\n"
+                         : "Locked to " + printable(lockedTo) + ".\n");
+}
+
 }  // namespace
 
 void LockCommand::declare(CLI::App& program, const Choose& choose) {
@@ -67,7 +76,7 @@ ExitStatus LockCommand::lock(const Context& context) {
   if (!lockedTo) {
     return context.fail(lockedTo.error());
   }
-  context.console.print("Locked to " + printable(*lockedTo) + ".\n");
+  report(context, *lockedTo);
   return ExitStatus::done;
 }
 
@@ -80,7 +89,7 @@ ExitStatus LockCommand::unlock(const Context& context) {
   if (!lockedTo) {
     return context.fail(lockedTo.error());
   }
-  context.console.print("Not locked to any band.\n");
+  report(context, *lockedTo);
   return ExitStatus::done;
 }
 

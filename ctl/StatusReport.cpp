@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include "ctl/Context.h"
 #include "ctl/TextRows.h"
 #include "ctl/TimeText.h"
 
@@ -37,15 +38,11 @@ std::string linkOf(const Dictionary& daemon) {
   return printable(state + behind);
 }
 
-std::string moment(std::int64_t unixSeconds, platform::Date now, const platform::TimeZone& zone) {
-  return unixSeconds == 0 ? "not planned"
-                          : shortTime(platform::Date(std::chrono::seconds(unixSeconds)), now, zone);
-}
-
 void addDaemon(const Dictionary& daemon, platform::Date now, const platform::TimeZone& zone,
                Rows& rows) {
   const std::string lockedTo = textOf(daemon, "LockedTo");
   const std::int64_t battery = numberOf(daemon, "Battery");
+  const std::int64_t steps = numberOf(daemon, "Steps");
   rows.push_back({"Link", linkOf(daemon)});
   rows.push_back({"Ready", platform::boolForKey(daemon, "Initialized") ? "yes" : "no"});
   if (const std::string authentication = textOf(daemon, "Authentication");
@@ -54,9 +51,10 @@ void addDaemon(const Dictionary& daemon, platform::Date now, const platform::Tim
   }
   rows.push_back({"Locked to", lockedTo.empty() ? "no band" : printable(lockedTo)});
   rows.push_back({"Battery", battery == 0 ? "unknown" : fmt::format("{} %", battery)});
-  rows.push_back({"Steps", fmt::format("{}", numberOf(daemon, "Steps"))});
-  rows.push_back({"Next measurement", moment(numberOf(daemon, "NextMeasurement"), now, zone)});
-  rows.push_back({"Next step check", moment(numberOf(daemon, "NextStepCheck"), now, zone)});
+  // A band that has told anything has told its battery.
+  rows.push_back({"Steps", steps == 0 && battery == 0 ? "unknown" : fmt::format("{}", steps)});
+  rows.push_back({"Next measurement", plannedTime(numberOf(daemon, "NextMeasurement"), now, zone)});
+  rows.push_back({"Next step check", plannedTime(numberOf(daemon, "NextStepCheck"), now, zone)});
 }
 
 void addCompanion(const Dictionary& companion, Rows& rows) {
@@ -120,8 +118,7 @@ std::vector<std::string> StatusReport::problems() const {
       problems.emplace_back("there is no Bluetooth; \"wrixel2ctl doctor\" says more");
     }
     if (textOf(*daemon, "Authentication") == "refused") {
-      problems.emplace_back(
-          "the band refuses the pairing key; import the right one with \"wrixel2ctl key import\"");
+      problems.emplace_back(kKeyRefused);
     }
   }
   if (!companion) {

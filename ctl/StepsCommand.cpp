@@ -87,7 +87,8 @@ ExitStatus StepsCommand::run(const Context& context) {
                                      : alignedRows(rows));
   return members.contains("steps")
              ? ExitStatus::done
-             : context.fail(ExitStatus::timedOut, "the band has not told its steps yet");
+             : context.fail(ExitStatus::timedOut,
+                            "the band has counted no steps yet, or has not told them");
 }
 
 }  // namespace wrixel2::ctl

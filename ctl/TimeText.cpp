@@ -107,6 +107,12 @@ std::string timeOfDay(Date date, const TimeZone& zone) {
   return fmt::format("{:02}:{:02}:{:02}", c.hour, c.minute, c.second);
 }
 
+std::string plannedTime(std::int64_t unixSeconds, platform::Date now,
+                        const platform::TimeZone& zone) {
+  return unixSeconds == 0 ? "not planned"
+                          : shortTime(platform::Date(std::chrono::seconds(unixSeconds)), now, zone);
+}
+
 std::string localTime(Date date, const TimeZone& zone) {
   return dayOf(platform::componentsFromDate(date, zone)) + " " + timeOfDay(date, zone);
 }

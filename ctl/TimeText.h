@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -11,6 +12,9 @@ namespace wrixel2::ctl {
 
 /// "14:30" of the same local day, else "2026-11-24 14:30".
 std::string shortTime(platform::Date date, platform::Date now, const platform::TimeZone& zone);
+/// The same of Unix seconds at which the daemon will do something; 0 is "not planned".
+std::string plannedTime(std::int64_t unixSeconds, platform::Date now,
+                        const platform::TimeZone& zone);
 /// "2026-11-24 14:30:05"
 std::string localTime(platform::Date date, const platform::TimeZone& zone);
 /// "14:30:05"

@@ -12,6 +12,15 @@ namespace wrixel2::ctl {
 platform::Result<std::unique_ptr<Waiting>> Waiting::start(const Context& context, Session& session,
                                                           SessionEvents events) {
   std::unique_ptr<Waiting> waiting(new Waiting(context, session));
+  events.statusChanged = [raw = waiting.get(), told = std::move(events.statusChanged)](
+                             const platform::Dictionary& changed) {
+    if (const auto verdict = platform::textForKey(changed, "Authentication")) {
+      raw->isKeyRefused_ = *verdict == "refused";
+    }
+    if (told) {
+      told(changed);
+    }
+  };
   events.peerChanged = [raw = waiting.get()](Peer peer, bool runs) {
     raw->isDaemonGone_ = raw->isDaemonGone_ || (peer == Peer::daemon && !runs);
   };
@@ -26,13 +35,16 @@ platform::Result<std::unique_ptr<Waiting>> Waiting::start(const Context& context
 platform::ErrorOrNone Waiting::until(const std::function<bool()>& condition,
                                      platform::TimeInterval limit, std::string_view progress,
                                      std::string_view ifTimedOut) {
-  wait([&] { return isDaemonGone_ || condition(); }, limit, progress);
+  wait([&] { return isDaemonGone_ || isKeyRefused_ || condition(); }, limit, progress);
   context_.console.setProgress({});
   if (condition()) {
     return std::nullopt;
   }
   if (isDaemonGone_) {
     return failure(ExitStatus::notRunning, "the daemon has ended meanwhile");
+  }
+  if (isKeyRefused_) {
+    return failure(ExitStatus::failed, std::string(kKeyRefused));
   }
   const auto status = session_.properties(Peer::daemon);
   const std::string problem =

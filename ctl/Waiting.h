@@ -10,7 +10,7 @@
 namespace wrixel2::ctl {
 
 /// Waits for what the daemon brings about, with a line of progress for a user who watches. Ends
-/// early when the daemon does.
+/// early when the daemon does, and when the band refuses the pairing key.
 class Waiting {
  public:
   /// The events besides are those that make the condition true. Fails where the session cannot be
@@ -19,7 +19,7 @@ class Waiting {
                                                           SessionEvents events);
 
   /// None when the condition holds. An error carries its exit status: `timedOut` with the given
-  /// sentence and what the daemon knows to be wrong, or `notRunning`.
+  /// sentence and what the daemon knows to be wrong, `notRunning`, or `failed` for a refused key.
   platform::ErrorOrNone until(const std::function<bool()>& condition, platform::TimeInterval limit,
                               std::string_view progress, std::string_view ifTimedOut);
 
@@ -31,6 +31,7 @@ class Waiting {
   const Context& context_;
   Session& session_;
   bool isDaemonGone_ = false;
+  bool isKeyRefused_ = false;
   std::unique_ptr<platform::Observation> following_;
 };
 

@@ -33,9 +33,9 @@ ExitStatus WatchCommand::run(const Context& context) {
     }
   };
   SessionEvents events;
-  events.statusChanged = [&show](const platform::Dictionary& changed) {
+  events.statusChanged = [&show, &context](const platform::Dictionary& changed) {
     for (const auto& [property, value] : changed) {
-      show(EventText::ofStatus(property, value));
+      show(EventText::ofStatus(property, value, context.clock.now(), context.timeZone));
     }
   };
   events.posted = [&show](const std::string& name) { show(EventText::ofPosting(name)); };

@@ -33,16 +33,17 @@ TEST_F(CtlTest, StatusTellsHowEverythingIsAndWhatIsWrong) {
 
   world.changeStatus({{"State", "off"},
                       {"Battery", 0},
+                      {"Steps", 0},
                       {"Authentication", "refused"},
                       {"NextStepCheck", kNow + 86400},
                       {"Problem", "bluetoothd does not run"}});
   world.companion->insert_or_assign("SettingsProblem", "settings.toml:3: mode is a text");
   EXPECT_EQ(run({"status"}), ExitStatus::done);
-  for (const char* line :
-       {"Link              the radio is off", "Battery           unknown",
-        "Next step check   2026-11-24 11:00", "Wrong             bluetoothd does not run\n",
-        "                  the band refuses the pairing key",
-        "the settings are not used: settings.toml:3: mode is a text"}) {
+  for (const char* line : {"Link              the radio is off", "Battery           unknown",
+                           "Steps             unknown", "Next step check   2026-11-24 11:00",
+                           "Wrong             bluetoothd does not run\n",
+                           "                  the band refuses the pairing key",
+                           "the settings are not used: settings.toml:3: mode is a text"}) {
     EXPECT_NE(console.output.find(line), std::string::npos) << line << "\n" << console.output;
   }
 
@@ -71,6 +72,9 @@ TEST_F(CtlTest, WrongUsageSaysSoAndHelpIsNoFailure) {
       {{"settings"}, ExitStatus::badUsage, "subcommand is required"},
       {{"notify"}, ExitStatus::badUsage, "title is required"},
       {{"heart-rate", "--csv", "--plot"}, ExitStatus::badUsage, "excludes"},
+      {{"heart-rate", "--csv", "--json"}, ExitStatus::badUsage, "excludes"},
+      {{"apps", "test", "*"}, ExitStatus::badUsage, "every other app"},
+      {{"apps", "set", "", "--icon", "1"}, ExitStatus::badUsage, "identifier"},
       {{"heart-rate", "--since", "soon"}, ExitStatus::badUsage, "\"soon\" is no time"},
       {{"heart-rate", "--since", "1h", "--until", "2h"}, ExitStatus::badUsage, "before --until"},
       {{"--help"}, ExitStatus::done, "Exit status: 0 done"},
@@ -131,9 +135,11 @@ TEST_F(CtlTest, AppsAreListedSetAndTried) {
   EXPECT_EQ(run({"apps", "list"}), ExitStatus::done);
   EXPECT_EQ(
       console.output,
-      "APP               NAME       SEEN  LAST   ICON     REPEAT  PATTERN  TEXT  FROM\n"
-      "Mail                         0     -      29 call  0       4        yes   its table\n"
-      "org.example.Chat  Chat [31m  3     10:59  8        0       0        no    other apps\n");
+      "APP               NAME             SEEN  LAST   ICON     REPEAT  PATTERN  TEXT  FROM\n"
+      "Mail                               0     -      29 call  0       4        yes   its table\n"
+      "org.example.Chat  Chat [31m        3     10:59  8        0       0        no    other apps\n"
+      "*                 every other app  0     -      8        0       0        no    its "
+      "table\n");
   EXPECT_EQ(run({"apps", "test", "Mail"}), ExitStatus::done);
   EXPECT_EQ(world.sent, Words{"appChanged {\"appInfo\":\"Mail\"}"});
 
@@ -215,97 +221,112 @@ void daemonEndsAfter(FakeWorld& world, platform::TimeInterval delay) {
 
 INSTANTIATE_TEST_SUITE_P(
     Commands, WaitTest,
-    testing::Values(WaitCase{"heartRate",
-                             {"measure"},
-                             [](FakeWorld& w) { heartRateAfter(w, 89s, 72); },
-                             ExitStatus::done,
-                             "72 bpm\n",
-                             ""},
-                    WaitCase{"heartRateForPrograms",
-                             {"measure", "--json"},
-                             [](FakeWorld& w) { heartRateAfter(w, 1s, 72); },
-                             ExitStatus::done,
-                             "{\"heartRate\":72}\n",
-                             ""},
-                    WaitCase{"heartRateAtTheSecondTry",
-                             {"measure"},
-                             [](FakeWorld& w) {
-                               heartRateAfter(w, 20s, 0);
-                               heartRateAfter(w, 60s, 64);
-                             },
-                             ExitStatus::done,
-                             "64 bpm\n",
-                             ""},
-                    WaitCase{"noReading",
-                             {"measure"},
-                             [](FakeWorld& w) {
-                               heartRateAfter(w, 20s, 0);
-                               heartRateAfter(w, 40s, 0);
-                             },
-                             ExitStatus::timedOut,
-                             "",
-                             "could not read the heart rate"},
-                    WaitCase{"bandTooLate",
-                             {"measure"},
-                             [](FakeWorld& w) { heartRateAfter(w, 91s, 72); },
-                             ExitStatus::timedOut,
-                             "",
-                             "is it near and worn?"},
-                    WaitCase{"daemonEnds",
-                             {"measure"},
-                             [](FakeWorld& w) { daemonEndsAfter(w, 5s); },
-                             ExitStatus::notRunning,
-                             "",
-                             "the daemon has ended"},
-                    WaitCase{
-                        "steps",
-                        {"steps"},
-                        [](FakeWorld& w) {
-                          w.after(1ms, [&w] {
-                            w.postDistributed("org.corvale.wrixel2.capabilities",
-                                              {{"currentSteps", "4321 "},
-                                               {"currentDistance", "2500m "},
-                                               {"currentCalories", ""},
-                                               {"batteryStatus", "63% "}});
-                          });
-                        },
-                        ExitStatus::done,
-                        "Steps     4321\nDistance  2500 m\nCalories  unknown\nBattery   63 %\n",
-                        ""},
-                    WaitCase{"stepsOfNoBand",
-                             {"steps"},
-                             [](FakeWorld& w) { w.changeStatus({{"Problem", "Switched off"}}); },
-                             ExitStatus::timedOut,
-                             "",
-                             "does the companion run? (the daemon says: Switched off)"},
-                    WaitCase{"lock",
-                             {"lock"},
-                             [](FakeWorld& w) {
-                               w.after(10ms, [&w] {
-                                 w.changeStatus({{"LockedTo", "c8:0f:10:aa:bb:0c"}});
-                               });
-                             },
-                             ExitStatus::done,
-                             "Locked to c8:0f:10:aa:bb:0c.\n",
-                             ""},
-                    WaitCase{"unlockOfWhatIsNotLocked",
-                             {"unlock"},
-                             [](FakeWorld&) {},
-                             ExitStatus::done,
-                             "Not locked to any band.\n",
-                             ""},
-                    WaitCase{"lockNotConfirmed",
-                             {"lock"},
-                             [](FakeWorld&) {},
-                             ExitStatus::timedOut,
-                             "",
-                             "has not answered"},
-                    WaitCase{"clockOfAReadyBand",
-                             {"clock", "sync"},
-                             [](FakeWorld&) {},
-                             ExitStatus::done,
-                             "The time is written to the band.\n",
-                             ""}),
+    testing::Values(
+        WaitCase{"heartRate",
+                 {"measure"},
+                 [](FakeWorld& w) { heartRateAfter(w, 89s, 72); },
+                 ExitStatus::done,
+                 "72 bpm\n",
+                 ""},
+        WaitCase{"heartRateForPrograms",
+                 {"measure", "--json"},
+                 [](FakeWorld& w) { heartRateAfter(w, 1s, 72); },
+                 ExitStatus::done,
+                 "{\"heartRate\":72}\n",
+                 ""},
+        WaitCase{"heartRateAtTheSecondTry",
+                 {"measure"},
+                 [](FakeWorld& w) {
+                   heartRateAfter(w, 20s, 0);
+                   heartRateAfter(w, 60s, 64);
+                 },
+                 ExitStatus::done,
+                 "64 bpm\n",
+                 ""},
+        WaitCase{"noReading",
+                 {"measure"},
+                 [](FakeWorld& w) {
+                   heartRateAfter(w, 20s, 0);
+                   heartRateAfter(w, 40s, 0);
+                 },
+                 ExitStatus::timedOut,
+                 "",
+                 "could not read the heart rate"},
+        WaitCase{"bandTooLate",
+                 {"measure"},
+                 [](FakeWorld& w) { heartRateAfter(w, 91s, 72); },
+                 ExitStatus::timedOut,
+                 "",
+                 "is it near and worn?"},
+        WaitCase{"daemonEnds",
+                 {"measure"},
+                 [](FakeWorld& w) { daemonEndsAfter(w, 5s); },
+                 ExitStatus::notRunning,
+                 "",
+                 "the daemon has ended"},
+        WaitCase{"steps",
+                 {"steps"},
+                 [](FakeWorld& w) {
+                   w.after(1ms, [&w] {
+                     w.postDistributed("org.corvale.wrixel2.capabilities",
+                                       {{"currentSteps", "4321 "},
+                                        {"currentDistance", "2500m "},
+                                        {"currentCalories", ""},
+                                        {"batteryStatus", "63% "}});
+                   });
+                 },
+                 ExitStatus::done,
+                 "Steps     4321\nDistance  2500 m\nCalories  unknown\nBattery   63 %\n",
+                 ""},
+        WaitCase{"stepsOfNoBand",
+                 {"steps"},
+                 [](FakeWorld& w) { w.changeStatus({{"Problem", "Switched off"}}); },
+                 ExitStatus::timedOut,
+                 "",
+                 "does the companion run? (the daemon says: Switched off)"},
+        WaitCase{"lock",
+                 {"lock"},
+                 [](FakeWorld& w) {
+                   w.after(10ms, [&w] { w.changeStatus({{"LockedTo", "c8:0f:10:aa:bb:0c"}}); });
+                 },
+                 ExitStatus::done,
+                 "Locked to c8:0f:10:aa:bb:0c.\n",
+                 ""},
+        WaitCase{"lockForPrograms",
+                 {"lock", "--json"},
+                 [](FakeWorld& w) {
+                   w.after(10ms, [&w] { w.changeStatus({{"LockedTo", "c8:0f:10:aa:bb:0c"}}); });
+                 },
+                 ExitStatus::done,
+                 "{\"lockedTo\":\"c8:0f:10:aa:bb:0c\"}\n",
+                 ""},
+        WaitCase{"keyRefusedMeanwhile",
+                 {"measure"},
+                 [](FakeWorld& w) {
+                   w.after(3s, [&w] { w.changeStatus({{"Authentication", "refused"}}); });
+                   heartRateAfter(w, 4s, 72);
+                 },
+                 ExitStatus::failed,
+                 "",
+                 "refuses the pairing key"},
+        WaitCase{"unlockOfWhatIsNotLocked",
+                 {"unlock"},
+                 [](FakeWorld&) {},
+                 ExitStatus::done,
+                 "Not locked to any band.\n",
+                 ""},
+        WaitCase{"lockNotConfirmed",
+                 {"lock"},
+                 [](FakeWorld&) {},
+                 ExitStatus::timedOut,
+                 "",
+                 "has not answered"},
+        WaitCase{"clockOfAReadyBand",
+                 {"clock", "sync"},
+                 [](FakeWorld&) {},
+                 ExitStatus::done,
+                 "The time is written to the band.\n",
+                 ""}),
     [](const auto& testCase) { return testCase.param.name; });
 
 TEST_F(CtlTest, AWatchedWaitShowsItsProgressAfterASecond) {
@@ -342,6 +363,23 @@ TEST_F(CtlTest, LockAndClockWaitForABand) {
   }
 }
 
+TEST_F(CtlTest, NothingIsAskedOfABandThatTakesNoKey) {
+  world.daemon->insert_or_assign("Initialized", false);
+  const auto expectRefusal = [this](const char* verdict, const char* part) {
+    world.daemon->insert_or_assign("Authentication", verdict);
+    for (const Words& words : std::vector<Words>{{"measure"}, {"clock", "sync"}}) {
+      EXPECT_EQ(run(words), ExitStatus::failed);
+      EXPECT_EQ(world.sent, Words{});
+      EXPECT_NE(console.errors.find(part), std::string::npos) << console.errors;
+    }
+  };
+  expectRefusal("", "there is no pairing key");
+  expectRefusal("refused", "there is no pairing key");
+  console.input = "0123456789abcdef0123456789abcdef";
+  EXPECT_EQ(run({"key", "import", "-", "--no-check"}), ExitStatus::done);
+  expectRefusal("refused", "refuses the pairing key");
+}
+
 TEST_F(CtlTest, TheStopwatchIsASetting) {
   // The companion posts once it has read the file, which is now.
   world.after(1s, [this] {
@@ -367,7 +405,7 @@ TEST_F(CtlTest, TheStopwatchIsASetting) {
 
 TEST_F(CtlTest, WatchTellsEachThingInALineOfItsOwn) {
   world.after(1s, [this] {
-    world.changeStatus({{"State", "idle"}, {"Battery", 79}});
+    world.changeStatus({{"State", "idle"}, {"Battery", 79}, {"NextMeasurement", kNow + 1800}});
     world.events.posted(kMeasure);
     world.postDistributed("org.corvale.wrixel2.measure", {{"heartRate", 72}});
     world.postDistributed("org.corvale.wrixel2.measure", {{"heartRate", 0}});
@@ -378,6 +416,7 @@ TEST_F(CtlTest, WatchTellsEachThingInALineOfItsOwn) {
   EXPECT_EQ(run({"watch"}), ExitStatus::done);
   EXPECT_EQ(console.output,
             "11:00:00  Battery is now 79\n"
+            "11:00:00  NextMeasurement is now 11:30\n"
             "11:00:00  State is now idle\n"
             "11:00:00  posted org.corvale.wrixel2prefs.preferencechanged/measure\n"
             "11:00:00  heart rate 72 bpm\n"
