@@ -36,6 +36,9 @@ wrixel2_bench_packages=(
   dbus-daemon:cmd=dbus-daemon
   libbenchmark-dev:lib=benchmark
 )
+wrixel2_coverage_packages=(
+  gcovr:cmd=gcovr
+)
 wrixel2_fuzz_packages=(
   clang-19:cmd=clang++-19
   libclang-rt-19-dev:file=/usr/lib/llvm-19/lib/clang/19/lib/linux
