@@ -100,10 +100,10 @@ void PropertyWatch::propertiesChanged(const BusMessage& message) {
   for (const auto& [name, value] : *(*arguments)[1].dictionary()) {
     changed->insert_or_assign(name, value);
   }
-  tell(std::move(changed));
+  tell(changed);
 }
 
-void PropertyWatch::tell(Properties properties) {
+void PropertyWatch::tell(const Properties& properties) {
   if (std::exchange(isTold_, true) && properties == properties_) {
     return;
   }

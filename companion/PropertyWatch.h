@@ -39,7 +39,7 @@ class PropertyWatch {
   void answered(const platform::linux::BusMessage& reply);
   void ownerChanged(const platform::linux::BusMessage& message);
   void propertiesChanged(const platform::linux::BusMessage& message);
-  void tell(Properties properties);
+  void tell(const Properties& properties);
 
   platform::linux::BusConnection& bus_;
   platform::linux::BusAddress address_;

@@ -36,8 +36,9 @@ class ChildProcessesTest : public testing::Test {
   std::uint64_t signalsIn(const std::string& name) const {
     const std::string text = contents("signals");
     const auto at = text.find(name + ":\t");
-    return at == std::string::npos ? ~std::uint64_t{0}
-                                   : std::stoull(text.substr(at + name.size() + 2, 16), nullptr, 16);
+    return at == std::string::npos
+               ? ~std::uint64_t{0}
+               : std::stoull(text.substr(at + name.size() + 2, 16), nullptr, 16);
   }
 
   platform::linux::TemporaryDirectory directory;
