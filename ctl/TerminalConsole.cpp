@@ -17,16 +17,17 @@ constexpr int kUsualColumns = 80;
 constexpr std::size_t kLongestInput = std::size_t{1} << 20;
 constexpr std::string_view kClearLine = "\r\x1b[K";
 
-void write(std::FILE* file, std::string_view text) {
-  std::fwrite(text.data(), 1, text.size(), file);
-  std::fflush(file);
+bool write(std::FILE* file, std::string_view text) {
+  return std::fwrite(text.data(), 1, text.size(), file) == text.size() && std::fflush(file) == 0;
 }
 
 }  // namespace
 
 void TerminalConsole::print(std::string_view text) {
   setProgress({});
-  write(stdout, text);
+  if (!write(stdout, text) && !outputError_) {
+    outputError_ = platform::errorFromErrno(errno, "standard output cannot be written");
+  }
 }
 
 void TerminalConsole::complain(std::string_view sentence) {

@@ -18,8 +18,12 @@ class TerminalConsole final : public Console {
   bool isUtf8() const override;
   platform::Result<std::string> readInput() override;
 
+  /// Why not everything printed has arrived, such as on a full disk.
+  const platform::ErrorOrNone& outputError() const { return outputError_; }
+
  private:
   bool hasProgress_ = false;
+  platform::ErrorOrNone outputError_;
 };
 
 }  // namespace wrixel2::ctl

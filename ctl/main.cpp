@@ -63,5 +63,9 @@ int main(int argc, char** argv) {
          return facts;
        },
        false});
+  if (const auto& error = console.outputError()) {
+    console.complain(error->localizedDescription);
+    return static_cast<int>(ctl::ExitStatus::failed);
+  }
   return static_cast<int>(status);
 }

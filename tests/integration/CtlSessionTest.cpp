@@ -40,6 +40,10 @@ TEST_F(CtlSessionTest, WithoutThePrograms) {
   ctl({"measure"}, 3);
   EXPECT_NE(errors_.find("the daemon does not run"), std::string::npos) << errors_;
   EXPECT_EQ(ctl({"heart-rate", "--csv"}), "time,unix,bpm\n");
+  const std::string command = std::string(WRIXEL2CTL_PATH) + " heart-rate --csv > /dev/full";
+  const auto onFullDisk = startWithoutWaiting("/bin/sh", {"-c", command});
+  waitForExit(*onFullDisk, 1);
+  EXPECT_NE(onFullDisk->errors().find("No space left"), std::string::npos) << onFullDisk->errors();
   ctl({"settings", "set", "timeout", "7"});
   EXPECT_EQ(ctl({"settings", "get", "timeout"}), "7\n");
 }
