@@ -47,8 +47,18 @@ class MprisPlayersTest : public platform::linux::BusTest {
  protected:
   std::unique_ptr<FakePlayer> player(const std::string& name, const std::string& status) {
     auto made = std::make_unique<FakePlayer>(open(), name, status, controlled);
+    // The bus serves its connections in any order, and this one is new.
+    while (!hasOwner("org.mpris.MediaPlayer2." + name) && !HasFailure()) {
+    }
     settle();
     return made;
+  }
+  bool hasOwner(const std::string& name) {
+    const auto reply =
+        answer({"org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus"},
+               "NameHasOwner", "s", {name});
+    const auto arguments = reply.arguments();
+    return arguments && arguments->front().boolValue();
   }
   void settle() {
     for (int round = 0; round < 30; ++round) {
