@@ -953,20 +953,22 @@ void MBCentralManager::lockToMac() {
   if (known.empty()) {
     return;
   }
-  setMacToLock(known.front()->mac());
+  const std::string mac = known.front()->mac();
   const auto error = platform().fileManager.writeAtomically(platform().systemInfo.lockFilePath,
-                                                            platform::bytesOfText(macToLock_));
+                                                            platform::bytesOfText(mac));
   if (error) {
     logger_.warning(fmt::format("Could not write lock file: {} ", error->localizedDescription));
   }
+  // Last, so that who is told of a lock can rely on its file.
+  setMacToLock(mac);
 }
 
 void MBCentralManager::removeLock() {
-  setMacToLock("");
   const auto error = platform().fileManager.removeItemAtPath(platform().systemInfo.lockFilePath);
   if (error) {
     logger_.warning(fmt::format("Could not delete file: {} ", error->localizedDescription));
   }
+  setMacToLock("");
   startBandConnection();
 }
 
