@@ -20,7 +20,8 @@ namespace wrixel2::platform::linux {
 namespace {
 
 constexpr std::size_t kMaximumSize = std::size_t{16} << 20;
-constexpr std::size_t kBlockSize = 65536;
+// What a file is read by. The files are small, and a process keeps what its start has touched.
+constexpr std::size_t kBlockSize = 4096;
 constexpr mode_t kFileMode = 0600;
 constexpr mode_t kDirectoryMode = 0700;
 constexpr int kMaximumLinks = 40;  // as many as the kernel follows
@@ -159,19 +160,18 @@ Result<Bytes> LinuxFileManager::contentsAtPath(const std::string& path) const {
     return file.error();
   }
   Bytes contents;
+  std::array<std::uint8_t, kBlockSize> block;
   while (true) {
-    const std::size_t size = contents.size();
-    contents.resize(size + kBlockSize);
-    const auto count = readSome(file->get(), contents.data() + size, kBlockSize);
+    const auto count = readSome(file->get(), block.data(), block.size());
     if (count < 0) {
       return fileError(errno, "read", path);
     }
-    contents.resize(size + static_cast<std::size_t>(count));
-    if (contents.size() > kMaximumSize) {
-      return fileError(EFBIG, "read", path);
-    }
     if (count == 0) {
       return contents;
+    }
+    contents.insert(contents.end(), block.begin(), block.begin() + count);
+    if (contents.size() > kMaximumSize) {
+      return fileError(EFBIG, "read", path);
     }
   }
 }
@@ -223,7 +223,7 @@ ErrorOrNone LinuxFileManager::copyItemAtPath(const std::string& source,
     return fileError(errno, "made", destination);
   }
   UnfinishedFile guard(destination);
-  std::array<std::uint8_t, kBlockSize> block{};
+  std::array<std::uint8_t, kBlockSize> block;
   while (true) {
     const auto count = readSome(from->get(), block.data(), block.size());
     if (count < 0) {
