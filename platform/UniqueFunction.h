@@ -24,35 +24,42 @@ class UniqueFunction<Result(Arguments...)> {
     requires(!std::is_same_v<std::remove_cvref_t<Callable>, UniqueFunction> &&
              std::is_invocable_r_v<Result, std::remove_cvref_t<Callable>&, Arguments...>)
   UniqueFunction(Callable&& callable)  // NOLINT(google-explicit-constructor): as std::function
-      : closure_(std::make_unique<Closure<std::remove_cvref_t<Callable>>>(
-            std::forward<Callable>(callable))) {}
+      : closure_(new Closure<std::remove_cvref_t<Callable>>(std::forward<Callable>(callable))) {}
 
   explicit operator bool() const { return closure_ != nullptr; }
 
   Result operator()(Arguments... arguments) const {
-    return closure_->call(std::forward<Arguments>(arguments)...);
+    return closure_->call(*closure_, std::forward<Arguments>(arguments)...);
   }
 
  private:
+  // Two pointers and no virtual functions: the type of every closure in the program, with its name,
+  // would else stand in the program's constants, and be relocated at each start.
   struct Base {
-    Base() = default;
-    Base(const Base&) = delete;
-    Base& operator=(const Base&) = delete;
-    virtual ~Base() = default;
-    virtual Result call(Arguments&&... arguments) = 0;
+    Result (*call)(Base& closure, Arguments&&... arguments);
+    void (*destroy)(Base* closure);
   };
 
   template <typename Callable>
-  struct Closure final : Base {
+  struct Closure : Base {
     template <typename Source>
-    explicit Closure(Source&& source) : callable(std::forward<Source>(source)) {}
-    Result call(Arguments&&... arguments) override {
-      return static_cast<Result>(callable(std::forward<Arguments>(arguments)...));
+    explicit Closure(Source&& source)
+        : Base{callClosure, destroyClosure}, callable(std::forward<Source>(source)) {}
+
+    static Result callClosure(Base& closure, Arguments&&... arguments) {
+      return static_cast<Result>(
+          static_cast<Closure&>(closure).callable(std::forward<Arguments>(arguments)...));
     }
+    static void destroyClosure(Base* closure) { delete static_cast<Closure*>(closure); }
+
     Callable callable;
   };
 
-  std::unique_ptr<Base> closure_;
+  struct Destroy {
+    void operator()(Base* closure) const { closure->destroy(closure); }
+  };
+
+  std::unique_ptr<Base, Destroy> closure_;
 };
 
 }  // namespace wrixel2::platform
