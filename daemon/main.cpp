@@ -1,6 +1,4 @@
-#include <algorithm>
 #include <cstdio>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -8,12 +6,11 @@
 #include <string_view>
 #include <utility>
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include "band/VirtualBand.h"
 #include "band/VirtualBandObject.h"
+#include "daemon/CommandLine.h"
 #include "daemon/MiFitExtractor.h"
 #include "daemon/Wrixel2d.h"
 #include "platform/linux/LinuxPlatform.h"
@@ -26,92 +23,18 @@ namespace {
 using namespace wrixel2;
 
 constexpr int kCannotStart = 1;
-constexpr int kBadUsage = 2;
 
-struct Options {
-  std::string band = "bluez";
-  std::string adapter;
-  std::string log;
-  bool logPrivate = false;
-  std::string root;
-  std::string systemVersion = "9.0";
-};
-
-int fail(int status, std::string_view why) {
+int fail(std::string_view why) {
   fmt::print(stderr, "wrixel2d: {}\n", why);
-  return status;
+  return kCannotStart;
 }
 
-bool isNumber(std::string_view text) {
-  return !text.empty() &&
-         std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
-}
-
-std::string checkAdapter(const std::string& name) {
-  const bool isAdapter = name.starts_with("hci") && isNumber(std::string_view(name).substr(3));
-  return isAdapter ? "" : fmt::format("'{}' is no adapter name such as hci0", name);
-}
-
-std::string checkVersion(const std::string& version) {
-  std::string_view rest = version;
-  while (true) {
-    const auto dot = rest.find('.');
-    if (!isNumber(rest.substr(0, dot))) {
-      return fmt::format("'{}' is no version such as 9.0", version);
-    }
-    if (dot == std::string_view::npos) {
-      return "";
-    }
-    rest.remove_prefix(dot + 1);
-  }
-}
-
-std::string checkRoot(const std::string& directory) {
-  return directory.empty() ? "a directory is needed" : "";
-}
-
-/// The exit status, where the program is not to go on.
-std::optional<int> parse(int argc, char** argv, Options& options) {
-  CLI::App app(
-      "Keeps a fitness band in service: forwards notifications and calls, measures, reminds",
-      "wrixel2d");
-  app.set_version_flag("--version", "wrixel2d " WRIXEL2_VERSION);
-  app.add_option("--band", options.band, "The real band over BlueZ, or the embedded virtual one")
-      ->check(CLI::IsMember({"bluez", "virtual"}))
-      ->capture_default_str();
-  app.add_option("--adapter", options.adapter,
-                 "Bluetooth adapter [the first powered one, else the first]")
-      ->check(CLI::Validator(checkAdapter, "hciN"));
-  app.add_option("--log", options.log,
-                 "Where log lines go [syslog; stderr when that is a terminal]")
-      ->check(CLI::IsMember({"syslog", "stderr"}));
-  app.add_flag("--log-private", options.logPrivate,
-               "Show the pairing key and message texts in the log");
-  app.add_option("--root", options.root, "Use the phone's own absolute paths below this directory")
-      ->check(CLI::Validator(checkRoot, "DIR"));
-  app.add_option("--system-version", options.systemVersion,
-                 "The platform version that the daemon sees")
-      ->check(CLI::Validator(checkVersion, "VERSION"))
-      ->capture_default_str();
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError& error) {
-    return error.get_exit_code() == 0 ? app.exit(error) : fail(kBadUsage, error.what());
-  }
-  if (options.log.empty()) {
-    options.log = isatty(STDERR_FILENO) != 0 ? "stderr" : "syslog";
-  }
-  return std::nullopt;
-}
-
-platform::linux::LinuxPlatformOptions platformOptions(const Options& options) {
+platform::linux::LinuxPlatformOptions platformOptions(const daemon::CommandLine& options) {
   platform::linux::LinuxPlatformOptions result;
-  result.logTarget = options.log == "stderr" ? platform::linux::LogTarget::standardError
-                                             : platform::linux::LogTarget::systemLog;
+  result.logTarget = options.logsToStandardError ? platform::linux::LogTarget::standardError
+                                                 : platform::linux::LogTarget::systemLog;
   result.showsPrivate = options.logPrivate;
-  if (!options.root.empty()) {
-    result.root = std::filesystem::absolute(options.root).lexically_normal().string();
-  }
+  result.root = options.root;
   result.systemVersion = options.systemVersion;
   return result;
 }
@@ -126,12 +49,11 @@ int serve(platform::linux::LinuxPlatform& system, const platform::Platform& plat
     return std::make_unique<mbble::MiBand>(platform, keyProvider);
   });
   if (!wrixel2d) {
-    return fail(kCannotStart,
-                fmt::format("cannot serve messages, another wrixel2d may be running: {}",
+    return fail(fmt::format("cannot serve messages, another wrixel2d may be running: {}",
                             wrixel2d.error().localizedDescription));
   }
   if (const auto error = whenServed()) {
-    return fail(kCannotStart, error->localizedDescription);
+    return fail(error->localizedDescription);
   }
   system.runLoop().onTerminationSignal([&] {
     (*wrixel2d)->endLinks();
@@ -158,10 +80,10 @@ int serveVirtualBand(platform::linux::LinuxPlatform& system) {
   return serve(system, platform, exportBand, [] {});
 }
 
-int serveRealBand(platform::linux::LinuxPlatform& system, const Options& options) {
-  const auto radio = platform::bluez::BluezRadio::overSystemBus(
-      system.runLoop(), system.clock(), system.log(),
-      options.adapter.empty() ? std::nullopt : std::optional(options.adapter));
+int serveRealBand(platform::linux::LinuxPlatform& system,
+                  const std::optional<std::string>& adapter) {
+  const auto radio = platform::bluez::BluezRadio::overSystemBus(system.runLoop(), system.clock(),
+                                                                system.log(), adapter);
   const platform::Platform platform = system.platform(*radio);
   return serve(
       system, platform, [] { return platform::ErrorOrNone(); }, [&radio] { radio->endLinks(); });
@@ -170,13 +92,14 @@ int serveRealBand(platform::linux::LinuxPlatform& system, const Options& options
 }  // namespace
 
 int main(int argc, char** argv) {
-  Options options;
-  if (const auto status = parse(argc, argv, options)) {
+  const auto [commandLine, status] = daemon::parseCommandLine(argc, argv);
+  if (status) {
     return *status;
   }
-  const auto system = platform::linux::LinuxPlatform::create(platformOptions(options));
+  const auto system = platform::linux::LinuxPlatform::create(platformOptions(commandLine));
   if (!system) {
-    return fail(kCannotStart, system.error().localizedDescription);
+    return fail(system.error().localizedDescription);
   }
-  return options.band == "virtual" ? serveVirtualBand(**system) : serveRealBand(**system, options);
+  return commandLine.isVirtualBand ? serveVirtualBand(**system)
+                                   : serveRealBand(**system, commandLine.adapter);
 }

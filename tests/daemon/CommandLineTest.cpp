@@ -41,7 +41,7 @@ TEST(CommandLineTest, BadUsageIsOneLineAndStatusTwo) {
   for (const auto* arguments :
        {"--nonsense", "surplus", "--band", "--band other", "--log file", "--adapter eth0",
         "--adapter hci", "--root ''", "--system-version new", "--system-version 9.",
-        "--system-version ''", "--log-private=maybe"}) {
+        "--system-version ''", "--log-private=maybe", "-x", "-xh", "--log=", "--lo syslog ", "-"}) {
     SCOPED_TRACE(arguments);
     const auto outcome = run(arguments);
     EXPECT_EQ(outcome.status, 2);
