@@ -56,9 +56,9 @@ void GnomeDoNotDisturb::ask() {
     isToBeAskedAgain_ = true;
     return;
   }
-  auto started = ChildProcess::start(
+  auto started = ProgramOutput::start(
       loop_, {gsettings_, "get", "org.gnome.desktop.notifications", "show-banners"},
-      [this](const ChildProcess::Outcome& outcome) { answered(outcome); });
+      [this](const ProgramOutput::Outcome& outcome) { answered(outcome); });
   if (started) {
     question_ = std::move(*started);
   } else if (started.error().code != ENOENT) {
@@ -66,7 +66,7 @@ void GnomeDoNotDisturb::ask() {
   }
 }
 
-void GnomeDoNotDisturb::answered(const ChildProcess::Outcome& outcome) {
+void GnomeDoNotDisturb::answered(const ProgramOutput::Outcome& outcome) {
   const auto finished = std::move(question_);
   if (std::exchange(isToBeAskedAgain_, false)) {
     ask();

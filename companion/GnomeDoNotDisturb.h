@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "companion/ChildProcess.h"
 #include "companion/DoNotDisturbSource.h"
+#include "companion/ProgramOutput.h"
 #include "platform/Log.h"
 #include "platform/linux/SdBus.h"
 
@@ -25,13 +25,13 @@ class GnomeDoNotDisturb final : public DoNotDisturbSource {
 
  private:
   void ask();
-  void answered(const ChildProcess::Outcome& outcome);
+  void answered(const ProgramOutput::Outcome& outcome);
 
   platform::linux::LinuxRunLoop& loop_;
   platform::Logger logger_;
   std::string gsettings_;
   platform::linux::BusSlot changes_;
-  std::unique_ptr<ChildProcess> question_;
+  std::unique_ptr<ProgramOutput> question_;
   bool isToBeAskedAgain_ = false;
 };
 

@@ -4,7 +4,7 @@
 
 #include "companion/ButtonActions.h"
 #include "companion/CallMonitor.h"
-#include "companion/ChildProcesses.h"
+#include "companion/DetachedCommands.h"
 #include "companion/GnomeCallsSource.h"
 #include "companion/LogindLock.h"
 #include "companion/LogindSleepInhibitor.h"
@@ -64,7 +64,7 @@ class Senses final : private platform::linux::SystemBusObserver {
   CallMonitor calls_;
   std::unique_ptr<ModemManagerCallSource> modemManager_;
   std::unique_ptr<OfonoCallSource> ofono_;
-  ChildProcesses commands_;
+  DetachedCommands commands_;
   MprisPlayers players_;
   ButtonActions button_;
   LowBatteryAlert lowBattery_;

@@ -8,11 +8,11 @@
 #include <sys/stat.h>
 
 #include "companion/AnyDoNotDisturb.h"
-#include "companion/ChildProcess.h"
 #include "companion/GnomeDoNotDisturb.h"
 #include "companion/LogindLock.h"
 #include "companion/PhoshDoNotDisturb.h"
 #include "companion/PlasmaDoNotDisturb.h"
+#include "companion/ProgramOutput.h"
 #include "companion/ScreenSaverLock.h"
 #include "companion/WitnessedLock.h"
 #include "tests/platform/linux/BusTest.h"
@@ -217,7 +217,7 @@ TEST_F(PhoneStateTest, OneActiveSourceIsEnough) {
   EXPECT_EQ(told, "10");
 }
 
-TEST_F(PhoneStateTest, AChildProcessReportsHowItEndedAndWhatItSaid) {
+TEST_F(PhoneStateTest, AProgramReportsHowItEndedAndWhatItSaid) {
   struct {
     std::string script;
     int status;
@@ -231,28 +231,28 @@ TEST_F(PhoneStateTest, AChildProcessReportsHowItEndedAndWhatItSaid) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.script);
     bool isFinished = false;
-    auto process = ChildProcess::start(loop, {"sh", "-c", c.script},
-                                       [&](const ChildProcess::Outcome& outcome) {
-                                         EXPECT_EQ(outcome.status, c.status);
-                                         EXPECT_EQ(outcome.output, c.output);
-                                         isFinished = true;
-                                       });
+    auto process = ProgramOutput::start(loop, {"sh", "-c", c.script},
+                                        [&](const ProgramOutput::Outcome& outcome) {
+                                          EXPECT_EQ(outcome.status, c.status);
+                                          EXPECT_EQ(outcome.output, c.output);
+                                          isFinished = true;
+                                        });
     ASSERT_TRUE(process);
     EXPECT_FALSE(isFinished);
     serveUntil([&] { return isFinished; });
   }
   bool isFinished = false;
-  auto endless = ChildProcess::start(loop, {"yes"}, [&](const ChildProcess::Outcome& outcome) {
+  auto endless = ProgramOutput::start(loop, {"yes"}, [&](const ProgramOutput::Outcome& outcome) {
     EXPECT_EQ(outcome.status, 128 + 9);
     isFinished = true;
   });
   ASSERT_TRUE(endless);
   serveUntil([&] { return isFinished; });
-  auto dropped = ChildProcess::start(loop, {"sleep", "1000"},
-                                     [](const ChildProcess::Outcome&) { ADD_FAILURE(); });
+  auto dropped = ProgramOutput::start(loop, {"sleep", "1000"},
+                                      [](const ProgramOutput::Outcome&) { ADD_FAILURE(); });
   ASSERT_TRUE(dropped);
   dropped->reset();  // would wait for it if it were not ended
-  EXPECT_EQ(ChildProcess::start(loop, {"/no/such/program"}, nullptr).error().code, ENOENT);
+  EXPECT_EQ(ProgramOutput::start(loop, {"/no/such/program"}, nullptr).error().code, ENOENT);
 }
 
 // The lock ---------------------------------------------------------------------------------------

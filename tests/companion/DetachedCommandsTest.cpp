@@ -7,7 +7,7 @@
 #include <signal.h>
 #include <sys/wait.h>
 
-#include "companion/ChildProcesses.h"
+#include "companion/DetachedCommands.h"
 #include "platform/linux/LinuxRunLoop.h"
 #include "platform/linux/LocalTimeZone.h"
 #include "tests/platform/linux/RecordingLog.h"
@@ -17,7 +17,7 @@ namespace wrixel2::companion {
 namespace {
 
 /// Real programs: the loop waits for their ends, and for nothing else.
-class ChildProcessesTest : public testing::Test {
+class DetachedCommandsTest : public testing::Test {
  protected:
   void runToEnd(const std::vector<std::string>& command) {
     children.run(command, "button.once");
@@ -45,10 +45,10 @@ class ChildProcessesTest : public testing::Test {
   platform::linux::RecordingLog log;
   platform::linux::LocalTimeZone zone;
   platform::linux::LinuxRunLoop loop{log, zone};
-  ChildProcesses children{loop, log};
+  DetachedCommands children{loop, log};
 };
 
-TEST_F(ChildProcessesTest, GivesAProgramItsArgumentsAndNothingOfItsOwn) {
+TEST_F(DetachedCommandsTest, GivesAProgramItsArgumentsAndNothingOfItsOwn) {
   // Left open over exec on purpose, and a signal that we ignore.
   const int leak = ::open("/dev/null", O_RDONLY);
   const auto before = ::signal(SIGPIPE, SIG_IGN);
@@ -72,7 +72,7 @@ TEST_F(ChildProcessesTest, GivesAProgramItsArgumentsAndNothingOfItsOwn) {
   EXPECT_EQ(log.lines, std::vector<std::string>{});
 }
 
-TEST_F(ChildProcessesTest, SaysWhatDidNotWork) {
+TEST_F(DetachedCommandsTest, SaysWhatDidNotWork) {
   const struct {
     std::vector<std::string> command;
     const char* line;

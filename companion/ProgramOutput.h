@@ -22,7 +22,7 @@ namespace wrixel2::companion {
 ///
 /// It ends when it closes its standard output, and at the latest when its time is over or it has
 /// printed too much: it is then killed. Destroying this kills it as well, without calling back.
-class ChildProcess {
+class ProgramOutput {
  public:
   static constexpr platform::TimeInterval kTimeLimit = std::chrono::seconds(10);
   static constexpr std::size_t kMostOutput = std::size_t{64} * 1024;
@@ -36,23 +36,23 @@ class ChildProcess {
   /// The program is looked for on the PATH. Calls back once, in a later turn; the callback may
   /// destroy the process. Fails with errno's number where it cannot be started (ENOENT: there is no
   /// such program).
-  static platform::Result<std::unique_ptr<ChildProcess>> start(platform::linux::LinuxRunLoop& loop,
-                                                               std::vector<std::string> arguments,
-                                                               Finished finished);
+  static platform::Result<std::unique_ptr<ProgramOutput>> start(
+      platform::linux::LinuxRunLoop& loop, const std::vector<std::string>& arguments,
+      Finished finished);
 
-  ChildProcess(const ChildProcess&) = delete;
-  ChildProcess& operator=(const ChildProcess&) = delete;
-  ~ChildProcess();
+  ProgramOutput(const ProgramOutput&) = delete;
+  ProgramOutput& operator=(const ProgramOutput&) = delete;
+  ~ProgramOutput();
 
  private:
   struct Unref {
     void operator()(sd_event_source* source) const { sd_event_source_disable_unref(source); }
   };
 
-  explicit ChildProcess(Finished finished) : finished_(std::move(finished)) {}
+  explicit ProgramOutput(Finished finished) : finished_(std::move(finished)) {}
 
   static int onReadable(sd_event_source* source, int file, std::uint32_t events, void* userdata);
-  platform::ErrorOrNone spawn(std::vector<std::string> arguments);
+  platform::ErrorOrNone spawn(const std::vector<std::string>& arguments);
   platform::ErrorOrNone listen(platform::linux::LinuxRunLoop& loop);
   void read();
   void finish();

@@ -23,12 +23,12 @@ namespace wrixel2::companion {
 ///
 /// A child has no input, its output goes nowhere but standard error, and it inherits the
 /// environment and nothing else: no other descriptors, no blocked or ignored signals.
-class ChildProcesses final : public CommandRunner {
+class DetachedCommands final : public CommandRunner {
  public:
   /// Blocks SIGCHLD, as the loop wants it. Loop and log outlive it.
-  ChildProcesses(platform::linux::LinuxRunLoop& loop, platform::Log& log);
-  ChildProcesses(const ChildProcesses&) = delete;
-  ChildProcesses& operator=(const ChildProcesses&) = delete;
+  DetachedCommands(platform::linux::LinuxRunLoop& loop, platform::Log& log);
+  DetachedCommands(const DetachedCommands&) = delete;
+  DetachedCommands& operator=(const DetachedCommands&) = delete;
 
   /// The log gets an error when the program cannot be started, and a warning when it fails.
   void run(const std::vector<std::string>& command, std::string_view setting) override;
