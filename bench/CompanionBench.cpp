@@ -7,38 +7,17 @@
 #include <fmt/format.h>
 
 #include "bench/AwakeProcessors.h"
+#include "tests/platform/linux/FakeNotificationService.h"
 
 namespace wrixel2::bench {
 namespace {
 
 using platform::Array;
 using platform::Dictionary;
-using platform::linux::BusAddress;
-using platform::linux::BusInterface;
-using platform::linux::BusMessage;
 using std::chrono::steady_clock;
 
-const BusAddress kNotifications{"org.freedesktop.Notifications", "/org/freedesktop/Notifications",
-                                "org.freedesktop.Notifications"};
 /// So many are on their way at a time.
 constexpr std::size_t kBurst = 100;
-
-BusInterface notificationService() {
-  BusInterface service;
-  service.name = kNotifications.interface;
-  service.methods = {{"Notify",
-                      {{"app", "s"},
-                       {"replaces", "u"},
-                       {"icon", "s"},
-                       {"summary", "s"},
-                       {"body", "s"},
-                       {"actions", "as"},
-                       {"hints", "a{sv}"},
-                       {"timeout", "i"}},
-                      {{"id", "u"}},
-                      [](const BusMessage& call) { call.reply("u", {1}); }}};
-  return service;
-}
 
 }  // namespace
 
@@ -55,9 +34,9 @@ CompanionBench::CompanionBench(platform::linux::LinuxRunLoop& loop, platform::Lo
       "bulletinRequest", [this](std::string_view, const Dictionary&) { ++bulletins_; });
   daemonCenter_->registerForMessageName("DND", ignore);
   daemonCenter_->registerForMessageName("letUsStart", ignore);
-  auto service = session_.bus().addInterface(kNotifications.path, notificationService());
-  if (daemonCenter_->runServer() || !service ||
-      session_.bus().requestName(kNotifications.destination)) {
+  auto service =
+      platform::linux::serveNotifications(session_.bus(), [](const Array&) { return 1; });
+  if (daemonCenter_->runServer() || !service) {
     giveUp("a daemon and a notification service cannot be played");
   }
   notificationService_ = std::move(*service);
@@ -67,7 +46,7 @@ CompanionBench::CompanionBench(platform::linux::LinuxRunLoop& loop, platform::Lo
 
 void CompanionBench::notify(std::size_t number) {
   auto call = session_.bus().newMethodCall(
-      kNotifications, "Notify", "susssasa{sv}i",
+      platform::linux::kNotificationService, "Notify", "susssasa{sv}i",
       {fmt::format("App{}", number % 20), 0, "", "Anna Example",
        fmt::format("See you at <b>six</b>, at the usual place &amp; time ({})", number), Array(),
        Dictionary{{"desktop-entry", fmt::format("org.example.App{}", number % 20)}}, -1});

@@ -6,6 +6,7 @@
 
 #include "companion/BusNotificationMonitor.h"
 #include "tests/platform/linux/BusTest.h"
+#include "tests/platform/linux/FakeNotificationService.h"
 
 namespace wrixel2::companion {
 namespace {
@@ -16,8 +17,7 @@ using platform::linux::BusAddress;
 using platform::linux::BusMessage;
 using Events = std::vector<std::string>;
 
-constexpr const char* kNotifications = "org.freedesktop.Notifications";
-constexpr const char* kPath = "/org/freedesktop/Notifications";
+const BusAddress& kService = platform::linux::kNotificationService;
 
 /// A phone's notification service in one connection, apps in another, and what the monitor tells.
 class BusNotificationMonitorTest : public platform::linux::BusTest, public NotificationListener {
@@ -25,22 +25,8 @@ class BusNotificationMonitorTest : public platform::linux::BusTest, public Notif
   BusNotificationMonitorTest() {
     ::setenv("DBUS_SESSION_BUS_ADDRESS", bus.address().c_str(), 1);
     service = open();
-    EXPECT_EQ(service->requestName(kNotifications), std::nullopt);
-    auto slot = service->addInterface(
-        kPath, {kNotifications,
-                {{"Notify",
-                  {{"app", "s"},
-                   {"replaces", "u"},
-                   {"icon", "s"},
-                   {"summary", "s"},
-                   {"body", "s"},
-                   {"actions", "as"},
-                   {"hints", "a{sv}"},
-                   {"timeout", "i"}},
-                  {{"id", "u"}},
-                  [this](const BusMessage& call) { call.reply("u", {++lastNumber}); }}},
-                {},
-                {}});
+    auto slot = platform::linux::serveNotifications(*service,
+                                                    [this](const Array&) { return ++lastNumber; });
     EXPECT_TRUE(slot);
     interface = std::move(*slot);
     auto started = BusNotificationMonitor::start(loop, log, own->uniqueName(), *this);
@@ -86,7 +72,6 @@ class BusNotificationMonitorTest : public platform::linux::BusTest, public Notif
     return std::exchange(events, {});
   }
 
-  const BusAddress kService{kNotifications, kPath, kNotifications};
   std::unique_ptr<platform::linux::BusConnection> service;
   platform::linux::BusSlot interface;
   int lastNumber = 0;
@@ -116,8 +101,8 @@ TEST_F(BusNotificationMonitorTest, SeesEveryKindOfNotificationAndItsEnd) {
     EXPECT_EQ(handles, Events{handleOfName("org.example.App", "id")});
   }
   call(kService, "CloseNotification", "u", {5});
-  service->emitSignal(kPath, kNotifications, "NotificationClosed", "uu", {6, 2});
-  service->emitSignal(kPath, kNotifications, "ActionInvoked", "us", {7, "default"});
+  service->emitSignal(kService.path, kService.interface, "NotificationClosed", "uu", {6, 2});
+  service->emitSignal(kService.path, kService.interface, "ActionInvoked", "us", {7, "default"});
   serveUntil([this] { return events.size() == 3; });
   std::sort(events.begin(), events.end());  // they are of two programs
   EXPECT_EQ(eventsSince(), (Events{"ended " + handleOfNumber(5), "ended " + handleOfNumber(6),
@@ -125,14 +110,14 @@ TEST_F(BusNotificationMonitorTest, SeesEveryKindOfNotificationAndItsEnd) {
 }
 
 TEST_F(BusNotificationMonitorTest, LeavesOutWhatIsNobodysNotification) {
-  notify({"org.gnome.Shell", kPath, kNotifications}, "a forwarded copy");
+  notify({"org.gnome.Shell", kService.path, kService.interface}, "a forwarded copy");
   auto ours = own->newMethodCall(kService, "Notify", "susssasa{sv}i",
                                  {"we", 0, "", "a", "b", Array{}, Dictionary{}, -1});
   ASSERT_EQ(own->send(*ours), std::nullopt);
   call(kService, "Notify", "s", {"ill-formed"});
   call(kService, "CloseNotification", "", {});
   // Another program's signal of the same look, and answers of others.
-  other->emitSignal(kPath, kNotifications, "NotificationClosed", "uu", {6, 2});
+  other->emitSignal(kService.path, kService.interface, "NotificationClosed", "uu", {6, 2});
   answer({"org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus"}, "GetId");
   renames.clear();
   EXPECT_EQ(eventsSince(), Events{"ended "});

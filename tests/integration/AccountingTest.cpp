@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "SessionTest.h"
+#include "tests/platform/linux/FakeNotificationService.h"
 
 namespace wrixel2::integration {
 namespace {
@@ -170,26 +171,16 @@ TEST_F(SessionTest, TheCompanionShowsWhatItKnows) {
 }
 
 TEST_F(SessionTest, AnAlarmThatIsStoppedOnThePhoneStopsOnTheBand) {
-  platform::linux::BusInterface notifications;
-  notifications.name = "org.freedesktop.Notifications";
-  const std::vector<platform::ExportedArgument> arguments = {
-      {"app", "s"},  {"replaces", "u"}, {"icon", "s"},      {"summary", "s"},
-      {"body", "s"}, {"actions", "as"}, {"hints", "a{sv}"}, {"timeout", "i"}};
-  notifications.methods = {
-      {"Notify", arguments, {{"id", "u"}}, [](const BusMessage& call) { call.reply("u", {42}); }}};
-  const auto served =
-      bus_->addInterface("/org/freedesktop/Notifications", std::move(notifications));
+  const auto& service = platform::linux::kNotificationService;
+  const auto served = platform::linux::serveNotifications(*bus_, [](const Array&) { return 42; });
   ASSERT_TRUE(served);
-  ASSERT_EQ(bus_->requestName("org.freedesktop.Notifications"), std::nullopt);
   writeSettings("connectedMode = 1\n");
   startBoth();
   waitForBand();
   auto app = BusConnection::openAddress(loop_, busAddress_);
   ASSERT_TRUE(app);
   const auto ring =
-      (*app)->newMethodCall({"org.freedesktop.Notifications", "/org/freedesktop/Notifications",
-                             "org.freedesktop.Notifications"},
-                            "Notify", "susssasa{sv}i",
+      (*app)->newMethodCall(service, "Notify", "susssasa{sv}i",
                             {"Clocks", 0, "", "Wake up", "07:00",
                              Array{"app.stop-alarm::1", "Stop", "app.snooze-alarm::1", "Snooze"},
                              Dictionary{{"desktop-entry", "org.gnome.clocks"}}, 0});
@@ -198,8 +189,7 @@ TEST_F(SessionTest, AnAlarmThatIsStoppedOnThePhoneStopsOnTheBand) {
   const auto pending = (*app)->callAsync(*ring, [&isShown](const BusMessage&) { isShown = true; });
   waitUntil("the alarm rings", [&] { return isShown && hasShown({0xFA, 0x01, 0x0A}); });
   events_.clear();
-  bus_->emitSignal("/org/freedesktop/Notifications", "org.freedesktop.Notifications",
-                   "NotificationClosed", "uu", {42, 2});
+  bus_->emitSignal(service.path, service.interface, "NotificationClosed", "uu", {42, 2});
   waitUntil("the band is stopped", [this] {
     for (const BandEvent& event : events_) {
       if (event.kind == "Vibrated" && event.arguments[2].intValue() == 0) {

@@ -13,6 +13,7 @@
 #include <sqlite3.h>
 
 #include "SessionTest.h"
+#include "tests/platform/linux/FakeNotificationService.h"
 
 namespace wrixel2::integration {
 namespace {
@@ -138,27 +139,12 @@ class RequestsTest : public SessionTest {
  private:
   /// The test is the desktop.
   void serveAlerts() {
-    platform::linux::BusInterface notifications;
-    notifications.name = "org.freedesktop.Notifications";
-    notifications.methods = {{"Notify",
-                              {{"app", "s"},
-                               {"replaces", "u"},
-                               {"icon", "s"},
-                               {"summary", "s"},
-                               {"body", "s"},
-                               {"actions", "as"},
-                               {"hints", "a{sv}"},
-                               {"timeout", "i"}},
-                              {{"id", "u"}},
-                              [this](const BusMessage& call) {
-                                const Array arguments = call.arguments().value();
-                                alerts_.emplace_back(*arguments[3].text(), *arguments[4].text());
-                                call.reply("u", {1});
-                              }}};
-    auto served = bus_->addInterface("/org/freedesktop/Notifications", std::move(notifications));
+    auto served = platform::linux::serveNotifications(*bus_, [this](const Array& arguments) {
+      alerts_.emplace_back(*arguments[3].text(), *arguments[4].text());
+      return 1;
+    });
     ASSERT_TRUE(served);
     served->detach();
-    ASSERT_EQ(bus_->requestName("org.freedesktop.Notifications"), std::nullopt);
   }
 };
 

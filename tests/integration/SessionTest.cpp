@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <fstream>
 
+#include "tests/platform/linux/FakeNotificationService.h"
+
 namespace wrixel2::integration {
 
 namespace {
@@ -197,10 +199,8 @@ void SessionTest::post(const std::string& name) const {
 
 void SessionTest::notify(const std::string& app, const std::string& summary,
                          const std::string& body, const Dictionary& hints) const {
-  auto call = bus_->newMethodCall(
-      {"org.freedesktop.Notifications", "/org/freedesktop/Notifications",
-       "org.freedesktop.Notifications"},
-      "Notify", "susssasa{sv}i", {app, 0, "", summary, body, Array{}, hints, -1});
+  auto call = bus_->newMethodCall(platform::linux::kNotificationService, "Notify", "susssasa{sv}i",
+                                  {app, 0, "", summary, body, Array{}, hints, -1});
   ASSERT_TRUE(call);
   call->setExpectsReply(false);
   EXPECT_EQ(bus_->send(*call), std::nullopt);

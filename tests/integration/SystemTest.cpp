@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "SessionTest.h"
+#include "tests/platform/linux/FakeNotificationService.h"
 
 namespace wrixel2::integration {
 namespace {
@@ -337,27 +338,11 @@ TEST_F(SessionTest, ABrokenSettingsFileLeavesTheLastGoodOneInForce) {
 TEST_F(SessionTest, TheOwnerIsToldOfImpossibleSettings) {
   writeSettings(appTable("*"));
   std::vector<std::pair<std::string, std::string>> shown;
-  platform::linux::BusInterface notifications;
-  notifications.name = "org.freedesktop.Notifications";
-  notifications.methods = {{"Notify",
-                            {{"app", "s"},
-                             {"replaces", "u"},
-                             {"icon", "s"},
-                             {"summary", "s"},
-                             {"body", "s"},
-                             {"actions", "as"},
-                             {"hints", "a{sv}"},
-                             {"timeout", "i"}},
-                            {{"id", "u"}},
-                            [&shown](const BusMessage& call) {
-                              const Array arguments = call.arguments().value();
-                              shown.emplace_back(*arguments[3].text(), *arguments[4].text());
-                              call.reply("u", {1});
-                            }}};
-  const auto served =
-      bus_->addInterface("/org/freedesktop/Notifications", std::move(notifications));
+  const auto served = platform::linux::serveNotifications(*bus_, [&shown](const Array& arguments) {
+    shown.emplace_back(*arguments[3].text(), *arguments[4].text());
+    return 1;
+  });
   ASSERT_TRUE(served);
-  ASSERT_EQ(bus_->requestName("org.freedesktop.Notifications"), std::nullopt);
   startBoth();
   writeSettings("moveEnabled = true\nstartSteps = 5\nendSteps = 5\n" + appTable("*"));
   waitUntil("the alert", [&shown] { return !shown.empty(); });
