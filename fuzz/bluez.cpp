@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 
 #include "fuzz/Check.h"
+#include "fuzz/Drive.h"
 #include "fuzz/Input.h"
 #include "platform/linux/bluez/BluezBus.h"
 #include "platform/linux/bluez/BluezRadio.h"
@@ -468,9 +469,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   using namespace wrixel2::fuzz;  // NOLINT(google-build-using-namespace)
   Input input(data, size);
   Machine machine(input);
-  for (int left = 80; left > 0 && !input.isEmpty(); --left) {
-    machine.happen(input);
-  }
-  machine.recover();
+  drive(machine, input, 80);
   return 0;
 }

@@ -4,6 +4,7 @@
 #include "band/VirtualBand.h"
 #include "daemon/Wrixel2d.h"
 #include "fuzz/Check.h"
+#include "fuzz/Drive.h"
 #include "fuzz/Input.h"
 #include "platform/simulated/SimulatedPlatform.h"
 #include "protocol/MBBLE/MBCentralManager.h"
@@ -213,9 +214,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   using namespace wrixel2::fuzz;  // NOLINT(google-build-using-namespace)
   Input input(data, size);
   Phone phone(input.restAsText());
-  for (int left = 40; left > 0 && !input.isEmpty(); --left) {
-    phone.happen(input);
-  }
-  phone.recover();
+  drive(phone, input, 40);
   return 0;
 }

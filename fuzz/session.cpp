@@ -5,6 +5,7 @@
 #include "band/BandProfile.h"
 #include "band/VirtualBand.h"
 #include "fuzz/Check.h"
+#include "fuzz/Drive.h"
 #include "fuzz/Input.h"
 #include "platform/simulated/SimulatedPlatform.h"
 #include "protocol/MBBLE/MBCentralManager.h"
@@ -279,9 +280,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   using namespace wrixel2::fuzz;  // NOLINT(google-build-using-namespace)
   Input input(data, size);
   Session session(input);
-  for (int left = 60; left > 0 && !input.isEmpty(); --left) {
-    session.happen(input);
-  }
-  session.recover();
+  drive(session, input, 60);
   return 0;
 }
