@@ -275,21 +275,14 @@ void BluezGattServer::notify(const UUID& service, const UUID& characteristic, co
 }
 
 ErrorOrNone BluezGattServer::watchBluetoothd() {
-  auto owner = bus_.addMatch(
-      fmt::format("type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
-                  "member='NameOwnerChanged',arg0='{}'",
-                  kBluez),
-      [this](const BusMessage& message) {
-        const auto arguments = message.arguments();
-        const std::string* const newOwner =
-            arguments && arguments->size() == 3 ? (*arguments)[2].text() : nullptr;
-        if (newOwner == nullptr || newOwner->empty()) {
-          registration_.reset();
-          setIsRegistered(false);
-        } else {
-          registerApplication();
-        }
-      });
+  auto owner = bus_.watchOwner(kBluez, [this](const std::string& newOwner) {
+    if (newOwner.empty()) {
+      registration_.reset();
+      setIsRegistered(false);
+    } else {
+      registerApplication();
+    }
+  });
   if (!owner) {
     return owner.error();
   }

@@ -57,11 +57,7 @@ platform::Result<std::unique_ptr<BandClient>> BandClient::start(platform::linux:
 }
 
 platform::ErrorOrNone BandClient::observe() {
-  auto owner = bus_.addMatch(
-      std::string("type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
-                  "member='NameOwnerChanged',arg0='") +
-          kName + "'",
-      [this](const BusMessage& message) { ownerChanged(message); });
+  auto owner = bus_.watchOwner(kName, [this](const std::string& now) { ownerChanged(now); });
   if (!owner) {
     return owner.error();
   }
@@ -105,11 +101,8 @@ void BandClient::gone() {
   events_.changed();
 }
 
-void BandClient::ownerChanged(const BusMessage& message) {
-  const auto arguments = message.arguments();
-  const std::string* newOwner =
-      arguments && arguments->size() == 3 ? (*arguments)[2].text() : nullptr;
-  if (newOwner == nullptr || newOwner->empty()) {
+void BandClient::ownerChanged(const std::string& owner) {
+  if (owner.empty()) {
     pending_.reset();
     gone();
   } else {

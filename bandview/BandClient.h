@@ -37,7 +37,7 @@ class BandClient {
       : bus_(bus), events_(std::move(events)) {}
 
   platform::ErrorOrNone observe();
-  void ownerChanged(const platform::linux::BusMessage& message);
+  void ownerChanged(const std::string& owner);
   void received(const platform::linux::BusMessage& message);
   void propertiesChanged(const platform::Array& arguments);
   void gone();

@@ -17,15 +17,7 @@ constexpr const char* kDriver = "org.freedesktop.DBus";
 
 void BusService::start(std::function<void(bool)> changed) {
   changed_ = std::move(changed);
-  auto match = bus_.addMatch(
-      fmt::format("type='signal',sender='{0}',interface='{0}',member='NameOwnerChanged',arg0='{1}'",
-                  kDriver, name_),
-      [this](const BusMessage& message) {
-        const auto arguments = message.arguments();
-        if (arguments && message.signature() == "sss") {
-          ownerIs(*(*arguments)[2].text());
-        }
-      });
+  auto match = bus_.watchOwner(name_, [this](const std::string& owner) { ownerIs(owner); });
   if (match) {
     signals_.push_back(std::move(*match));
   }

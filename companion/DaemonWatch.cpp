@@ -8,19 +8,11 @@ using platform::linux::BusMessage;
 platform::Result<std::unique_ptr<DaemonWatch>> DaemonWatch::start(BusConnection& bus,
                                                                   Callback ready, Callback gone) {
   std::unique_ptr<DaemonWatch> watch(new DaemonWatch(bus, std::move(ready), std::move(gone)));
-  auto match = bus.addMatch(
-      "type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
-      "member='NameOwnerChanged',arg0='org.corvale.wrixel2dIpc'",
-      [raw = watch.get()](const BusMessage& message) {
-        const auto arguments = message.arguments();
-        const std::string* newOwner =
-            arguments && arguments->size() == 3 ? (*arguments)[2].text() : nullptr;
-        if (newOwner == nullptr) {
-          return;
-        }
+  auto match =
+      bus.watchOwner("org.corvale.wrixel2dIpc", [raw = watch.get()](const std::string& owner) {
         raw->pendingPing_.reset();
         raw->gone_();
-        if (!newOwner->empty()) {
+        if (!owner.empty()) {
           raw->askForSignOfLife();
         }
       });

@@ -42,9 +42,7 @@ void LogindLock::busLost() {
 
 void LogindLock::subscribe() {
   ownerChanges_ = slotOf(
-      bus_->addMatch("type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
-                     "member='NameOwnerChanged',arg0='org.freedesktop.login1'",
-                     [this](const BusMessage&) { findSession(); }));
+      bus_->watchOwner("org.freedesktop.login1", [this](const std::string&) { findSession(); }));
   // The user's session may begin after this program, and after another one has ended.
   for (const char* member : {"SessionNew", "SessionRemoved"}) {
     auto& slot = std::string_view(member) == "SessionNew" ? newSessions_ : removedSessions_;

@@ -32,11 +32,8 @@ std::unique_ptr<PropertyWatch> PropertyWatch::start(BusConnection& bus,
 }
 
 void PropertyWatch::subscribe() {
-  ownerChanges_ = slotOf(bus_.addMatch(
-      fmt::format("type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
-                  "member='NameOwnerChanged',arg0='{}'",
-                  address_.destination),
-      [this](const BusMessage& message) { ownerChanged(message); }));
+  ownerChanges_ = slotOf(bus_.watchOwner(
+      address_.destination, [this](const std::string& owner) { ownerChanged(owner); }));
   propertyChanges_ = slotOf(bus_.addMatch(
       fmt::format("type='signal',sender='{}',path='{}',interface='{}',"
                   "member='PropertiesChanged',arg0='{}'",
@@ -66,15 +63,9 @@ void PropertyWatch::answered(const BusMessage& reply) {
   tell(properties == nullptr ? std::nullopt : Properties(*properties));
 }
 
-void PropertyWatch::ownerChanged(const BusMessage& message) {
-  const auto arguments = message.arguments();
-  const std::string* newOwner =
-      arguments && arguments->size() == 3 ? (*arguments)[2].text() : nullptr;
-  if (newOwner == nullptr) {
-    return;
-  }
-  owner_ = *newOwner;
-  if (!newOwner->empty()) {
+void PropertyWatch::ownerChanged(const std::string& owner) {
+  owner_ = owner;
+  if (!owner.empty()) {
     readAll();
     return;
   }

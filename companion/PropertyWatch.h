@@ -37,7 +37,7 @@ class PropertyWatch {
   void subscribe();
   void readAll();
   void answered(const platform::linux::BusMessage& reply);
-  void ownerChanged(const platform::linux::BusMessage& message);
+  void ownerChanged(const std::string& owner);
   void propertiesChanged(const platform::linux::BusMessage& message);
   void tell(const Properties& properties);
 

@@ -30,11 +30,8 @@ ScreenSaverLock::ScreenSaverLock(platform::linux::BusConnection& bus, std::strin
 }
 
 void ScreenSaverLock::subscribe() {
-  ownerChanges_ = slotOf(bus_.addMatch(
-      fmt::format("type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
-                  "member='NameOwnerChanged',arg0='{}'",
-                  service_),
-      [this](const BusMessage& message) { ownerChanged(message); }));
+  ownerChanges_ =
+      slotOf(bus_.watchOwner(service_, [this](const std::string& owner) { ownerChanged(owner); }));
   activeChanges_ = slotOf(bus_.addMatch(
       fmt::format("type='signal',sender='{0}',interface='{0}',member='ActiveChanged'", service_),
       [this](const BusMessage& message) { activeChanged(message); }));
@@ -61,14 +58,8 @@ void ScreenSaverLock::answered(const BusMessage& reply, std::size_t pathIndex) {
   }
 }
 
-void ScreenSaverLock::ownerChanged(const BusMessage& message) {
-  const auto arguments = message.arguments();
-  const std::string* newOwner =
-      arguments && arguments->size() == 3 ? (*arguments)[2].text() : nullptr;
-  if (newOwner == nullptr) {
-    return;
-  }
-  owner_ = *newOwner;
+void ScreenSaverLock::ownerChanged(const std::string& owner) {
+  owner_ = owner;
   pendingQuestion_.reset();
   if (owner_.empty()) {
     say(std::nullopt);

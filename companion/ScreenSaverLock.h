@@ -23,7 +23,7 @@ class ScreenSaverLock final : public LockWitness {
   void subscribe();
   void ask(std::size_t pathIndex);
   void answered(const platform::linux::BusMessage& reply, std::size_t pathIndex);
-  void ownerChanged(const platform::linux::BusMessage& message);
+  void ownerChanged(const std::string& owner);
   void activeChanged(const platform::linux::BusMessage& message);
 
   platform::linux::BusConnection& bus_;

@@ -35,13 +35,6 @@ class Following final : public platform::Observation {
   std::vector<BusSlot> slots;
 };
 
-void receiveOwner(const SessionEvents& events, Peer peer, const BusMessage& message) {
-  const auto arguments = message.arguments();
-  if (arguments && arguments->size() == 3 && (*arguments)[2].text() != nullptr) {
-    events.peerChanged(peer, !(*arguments)[2].text()->empty());
-  }
-}
-
 void receiveProperties(const SessionEvents& events, const BusMessage& message) {
   const auto arguments = message.arguments();
   if (!arguments || arguments->size() < 2 || (*arguments)[0].text() == nullptr ||
@@ -142,20 +135,21 @@ platform::Result<std::unique_ptr<platform::Observation>> BusSession::follow(Sess
   const auto shared = std::make_shared<SessionEvents>(std::move(events));
   auto following = std::make_unique<Following>();
   platform::ErrorOrNone failed;
-  const auto match = [&](const std::string& rule, platform::linux::BusConnection::Callback then) {
-    auto slot = bus_->addMatch("type='signal'," + rule, std::move(then));
+  const auto keep = [&](platform::Result<BusSlot> slot) {
     if (slot) {
       following->slots.push_back(std::move(*slot));
     } else {
       failed = slot.error();
     }
   };
+  const auto match = [&](const std::string& rule, platform::linux::BusConnection::Callback then) {
+    keep(bus_->addMatch("type='signal'," + rule, std::move(then)));
+  };
   if (shared->peerChanged) {
     for (const Peer peer : {Peer::daemon, Peer::companion}) {
-      match(fmt::format("sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
-                        "member='NameOwnerChanged',arg0='{}'",
-                        propertiesOf(peer).destination),
-            [shared, peer](const BusMessage& message) { receiveOwner(*shared, peer, message); });
+      keep(bus_->watchOwner(
+          propertiesOf(peer).destination,
+          [shared, peer](const std::string& owner) { shared->peerChanged(peer, !owner.empty()); }));
     }
   }
   if (shared->statusChanged) {

@@ -282,6 +282,18 @@ Result<BusSlot> BusConnection::addMatch(const std::string& rule, Callback callba
                           fmt::format("Messages cannot be matched by {}", rule));
 }
 
+Result<BusSlot> BusConnection::watchOwner(const std::string& name, OwnerChanged changed) const {
+  return addMatch(
+      fmt::format("type='signal',sender='{0}',interface='{0}',member='NameOwnerChanged',arg0='{1}'",
+                  kBusDriver.destination, name),
+      [changed = std::move(changed)](const BusMessage& message) {
+        const auto arguments = message.arguments();
+        if (arguments && message.signature() == "sss") {
+          changed(*(*arguments)[2].text());
+        }
+      });
+}
+
 Result<BusSlot> BusConnection::addFilter(Callback callback) const {
   auto owned = std::make_unique<Callback>(std::move(callback));
   sd_bus_slot* slot = nullptr;

@@ -34,6 +34,7 @@ struct BusAddress {
 class BusConnection {
  public:
   using Callback = UniqueFunction<void(const BusMessage& message)>;
+  using OwnerChanged = UniqueFunction<void(const std::string& owner)>;
 
   static constexpr TimeInterval kDefaultTimeout = std::chrono::seconds(25);
   /// For a call that is waited for until it is answered or the callee has gone.
@@ -84,6 +85,9 @@ class BusConnection {
                          const Array& arguments) const;
   /// In force when it returns.
   [[nodiscard]] Result<BusSlot> addMatch(const std::string& rule, Callback callback) const;
+  /// Tells each new owner of a well-known name by its unique name, none by an empty one. In force
+  /// when it returns.
+  [[nodiscard]] Result<BusSlot> watchOwner(const std::string& name, OwnerChanged changed) const;
   /// Sees every message before anything else does and lets it pass.
   [[nodiscard]] Result<BusSlot> addFilter(Callback callback) const;
   /// One path may carry several interfaces. Method handlers are called from the loop.
