@@ -90,6 +90,23 @@ platform::Result<Row> rowNamed(const SettingsEditor& editor, const std::string& 
   return Row{name, named->key, editor.find(named->path)};
 }
 
+template <typename Change>
+ExitStatus changeFile(const Context& context, const Change& change) {
+  auto editor = SettingsEditor::open(context.files, context.paths.settings);
+  if (!editor) {
+    return context.fail(ExitStatus::failed, editor.error().localizedDescription);
+  }
+  platform::ErrorOrNone error = change(*editor);
+  if (!error) {
+    error = editor->save(context.files);
+  }
+  if (error) {
+    return context.fail(ExitStatus::failed, error->localizedDescription);
+  }
+  context.warnWithoutCompanion();
+  return ExitStatus::done;
+}
+
 }  // namespace
 
 void SettingsCommand::declare(CLI::App& program, const Choose& choose) {
@@ -168,19 +185,8 @@ ExitStatus SettingsCommand::set(const Context& context) const {
   if (!value) {
     return context.fail(ExitStatus::badUsage, value.error().localizedDescription);
   }
-  auto editor = SettingsEditor::open(context.files, context.paths.settings);
-  if (!editor) {
-    return context.fail(ExitStatus::failed, editor.error().localizedDescription);
-  }
-  auto error = editor->set(named->path, *value);
-  if (!error) {
-    error = editor->save(context.files);
-  }
-  if (error) {
-    return context.fail(ExitStatus::failed, error->localizedDescription);
-  }
-  context.warnWithoutCompanion();
-  return ExitStatus::done;
+  return changeFile(context,
+                    [&](SettingsEditor& editor) { return editor.set(named->path, *value); });
 }
 
 ExitStatus SettingsCommand::unset(const Context& context) const {
@@ -188,19 +194,7 @@ ExitStatus SettingsCommand::unset(const Context& context) const {
   if (!named) {
     return context.fail(ExitStatus::badUsage, named.error().localizedDescription);
   }
-  auto editor = SettingsEditor::open(context.files, context.paths.settings);
-  if (!editor) {
-    return context.fail(ExitStatus::failed, editor.error().localizedDescription);
-  }
-  auto error = editor->unset(named->path);
-  if (!error) {
-    error = editor->save(context.files);
-  }
-  if (error) {
-    return context.fail(ExitStatus::failed, error->localizedDescription);
-  }
-  context.warnWithoutCompanion();
-  return ExitStatus::done;
+  return changeFile(context, [&](SettingsEditor& editor) { return editor.unset(named->path); });
 }
 
 }  // namespace wrixel2::ctl
