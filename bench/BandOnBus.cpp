@@ -5,7 +5,6 @@
 namespace wrixel2::bench {
 namespace {
 
-using platform::linux::BusConnection;
 using platform::linux::BusMessage;
 
 /// What the daemon falls back on where nobody tells it a pairing key.
@@ -18,20 +17,11 @@ bool writesCall(const BusMessage& message) {
   return value != nullptr && value->size() > 2 && (*value)[0] == 0x03 && (*value)[1] == 0x01;
 }
 
-std::unique_ptr<BusConnection> connect(platform::linux::LinuxRunLoop& loop,
-                                       const std::string& address) {
-  auto opened = BusConnection::openAddress(loop, address);
-  if (!opened) {
-    giveUp(opened.error().localizedDescription);
-  }
-  return std::move(*opened);
-}
-
 }  // namespace
 
 BandOnBus::BandOnBus(platform::linux::LinuxRunLoop& loop, platform::Log& log,
                      const platform::TimeZone& zone)
-    : bus_(connect(loop, privateBus_.address())),
+    : bus_(openBus(loop, privateBus_.address())),
       platform_{loop,
                 clock_,
                 zone,

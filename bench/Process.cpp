@@ -13,17 +13,13 @@
 #include <time.h>
 #include <unistd.h>
 
-namespace wrixel2::bench {
-namespace {
+#include "platform/linux/ArgumentPointers.h"
 
-std::vector<char*> pointersTo(std::vector<std::string>& texts) {
-  std::vector<char*> pointers;
-  for (std::string& text : texts) {
-    pointers.push_back(text.data());
-  }
-  pointers.push_back(nullptr);
-  return pointers;
-}
+namespace wrixel2::bench {
+
+using platform::linux::argumentPointers;
+
+namespace {
 
 /// Of a file with a line "Name: number" an entry: the sums of numbers by name.
 std::map<std::string, std::int64_t> numbersOf(const std::string& path) {
@@ -49,8 +45,9 @@ Process::Process(std::vector<std::string> arguments, const Environment& environm
   ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
   ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
   ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-  const int failure = ::posix_spawn(&id_, arguments.front().c_str(), &actions, nullptr,
-                                    pointersTo(arguments).data(), pointersTo(variables).data());
+  const int failure =
+      ::posix_spawn(&id_, arguments.front().c_str(), &actions, nullptr,
+                    argumentPointers(arguments).data(), argumentPointers(variables).data());
   ::posix_spawn_file_actions_destroy(&actions);
   if (failure != 0) {
     fmt::print(stderr, "wrixel2_bench: {}: {}\n", arguments.front(), std::strerror(failure));

@@ -14,20 +14,20 @@ using platform::linux::BusAddress;
 using platform::linux::BusConnection;
 using platform::linux::BusMessage;
 
-std::unique_ptr<BusConnection> connect(platform::linux::LinuxRunLoop& loop,
+}  // namespace
+
+void giveUp(const std::string& what) {
+  fmt::print(stderr, "wrixel2_bench: {}\n", what);
+  std::exit(1);
+}
+
+std::unique_ptr<BusConnection> openBus(platform::linux::LinuxRunLoop& loop,
                                        const std::string& address) {
   auto opened = BusConnection::openAddress(loop, address);
   if (!opened) {
     giveUp(opened.error().localizedDescription);
   }
   return std::move(*opened);
-}
-
-}  // namespace
-
-void giveUp(const std::string& what) {
-  fmt::print(stderr, "wrixel2_bench: {}\n", what);
-  std::exit(1);
 }
 
 BusAddress centerAddress(std::string_view name) {
@@ -37,7 +37,7 @@ BusAddress centerAddress(std::string_view name) {
 }
 
 Session::Session(platform::linux::LinuxRunLoop& loop, platform::Log& log)
-    : loop_(loop), bus_(connect(loop, privateBus_.address())), centers_(*bus_, log) {}
+    : loop_(loop), bus_(openBus(loop, privateBus_.address())), centers_(*bus_, log) {}
 
 void Session::serveSettings(Dictionary settings) {
   companionCenter_ = centers_.centerNamed(kCompanionCenter);

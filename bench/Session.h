@@ -22,6 +22,10 @@ inline constexpr std::string_view kCompanionCenter = "org.corvale.wrixel2Ipc";
 /// Prints the line and ends the program: a measurement that cannot be made is not left out.
 [[noreturn]] void giveUp(const std::string& what);
 
+/// A connection to the bus of that address; gives up where there is none.
+std::unique_ptr<platform::linux::BusConnection> openBus(platform::linux::LinuxRunLoop& loop,
+                                                        const std::string& address);
+
 /// A phone's session for the programs under measurement: a message bus and fresh directories.
 class Session {
  public:

@@ -6,6 +6,8 @@
 #include <spawn.h>
 #include <unistd.h>
 
+#include "platform/linux/ArgumentPointers.h"
+
 namespace wrixel2::companion {
 
 namespace {
@@ -45,14 +47,9 @@ class Spawn {
     // Elsewhere it has to do that every descriptor of ours is closed on exec.
     ::posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1);
 #endif
-    std::vector<char*> arguments;
-    for (std::string& argument : command) {
-      arguments.push_back(argument.data());
-    }
-    arguments.push_back(nullptr);
     pid_t process = -1;
-    const int failure = ::posix_spawnp(&process, arguments.front(), &actions_, &attributes_,
-                                       arguments.data(), environ);
+    const int failure = ::posix_spawnp(&process, command.front().c_str(), &actions_, &attributes_,
+                                       platform::linux::argumentPointers(command).data(), environ);
     if (failure != 0) {
       return platform::errorFromErrno(failure, "cannot run " + command.front());
     }

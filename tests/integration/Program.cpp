@@ -10,18 +10,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "platform/linux/ArgumentPointers.h"
+
 namespace wrixel2::integration {
 
 namespace {
 
-std::vector<char*> pointersTo(std::vector<std::string>& texts) {
-  std::vector<char*> pointers;
-  for (std::string& text : texts) {
-    pointers.push_back(text.data());
-  }
-  pointers.push_back(nullptr);
-  return pointers;
-}
+using platform::linux::argumentPointers;
 
 /// Signals that the test's own loop has blocked are the program's again.
 posix_spawnattr_t* withoutBlockedSignals(posix_spawnattr_t& attributes) {
@@ -58,7 +53,7 @@ Program::Program(platform::linux::LinuxRunLoop& loop, const std::vector<std::str
   posix_spawnattr_t attributes;
   const int failure = ::posix_spawnp(
       &process_, ownArguments.front().c_str(), &actions, withoutBlockedSignals(attributes),
-      pointersTo(ownArguments).data(), pointersTo(ownEnvironment).data());
+      argumentPointers(ownArguments).data(), argumentPointers(ownEnvironment).data());
   ::posix_spawnattr_destroy(&attributes);
   ::posix_spawn_file_actions_destroy(&actions);
   ::close(output[1]);
