@@ -1,5 +1,6 @@
-#include <cerrno>
+#include <optional>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -16,157 +17,112 @@ namespace {
 
 using platform::Value;
 
-struct EditCase {
-  std::string name;
-  std::string before;
+constexpr auto kNone = std::nullopt;
+
+/// The words between slashes.
+KeyPath pathOf(const std::string& text) {
   KeyPath path;
-  std::optional<Value> value;  ///< none removes the entry
-  std::string after;
-};
-
-class SettingsEditorTest : public testing::TestWithParam<EditCase> {};
-
-TEST_P(SettingsEditorTest, ChangesOneEntryAndNothingElse) {
-  const EditCase& c = GetParam();
-  auto editor = SettingsEditor::ofText("settings.toml", c.before);
-  ASSERT_TRUE(editor) << editor.error().localizedDescription;
-  const auto error = c.value ? editor->set(c.path, *c.value) : editor->unset(c.path);
-  ASSERT_EQ(error, std::nullopt) << error->localizedDescription;
-  EXPECT_EQ(editor->text(), c.after);
-  const auto* entry = editor->find(c.path);
-  EXPECT_EQ(entry != nullptr ? std::optional(entry->value) : std::nullopt, c.value);
+  std::istringstream words(text);
+  for (std::string word; std::getline(words, word, '/');) {
+    path.push_back(word);
+  }
+  return path;
 }
 
-const KeyPath kIcon = {"apps", "org.example.Chat", "icon"};
-const KeyPath kTimeout = {"timeout"};
+/// One change of a text.
+struct Edit {
+  const char* what;
+  const char* path;
+  std::optional<Value> value;  ///< none removes the entry
+  std::string before;
+  std::string result;  ///< the text after it; of a refusal, a part of its message
 
-INSTANTIATE_TEST_SUITE_P(
-    Texts, SettingsEditorTest,
-    testing::Values(
-        EditCase{"emptyFile", "", kTimeout, 30, "timeout = 30\n"},
-        EditCase{"value", "# mine\ntimeout  =  15   # s\n\nmode = 1\n", kTimeout, 30,
-                 "# mine\ntimeout  =  30   # s\n\nmode = 1\n"},
-        EditCase{"valueBehindUmlauts",
-                 "\"enabled\" = true # ä\n\"mode\" = 1 # ö",
-                 {"mode"},
-                 0,
-                 "\"enabled\" = true # ä\n\"mode\" = 0 # ö"},
-        EditCase{"byteOrderMark", "\xEF\xBB\xBFmode = 1\n", {"mode"}, 0, "\xEF\xBB\xBFmode = 0\n"},
-        EditCase{"newBehindTheLast", "  mode = 1 # a\n\n# Chat\n[apps.Chat]\nicon = 9\n", kTimeout,
-                 30, "  mode = 1 # a\n  timeout = 30\n\n# Chat\n[apps.Chat]\nicon = 9\n"},
-        EditCase{"newBeforeTheFirstTable", "[apps.Chat]\nicon = 9\n", kTimeout, 30,
-                 "timeout = 30\n\n[apps.Chat]\nicon = 9\n"},
-        EditCase{"newBehindTheOpeningComment", "# My band\n\n# Chat\n[apps.Chat]\nicon = 9\n",
-                 kTimeout, 30, "# My band\n\ntimeout = 30\n\n# Chat\n[apps.Chat]\nicon = 9\n"},
-        EditCase{"onlyAComment", "# My band", kTimeout, 30, "# My band\ntimeout = 30\n"},
-        EditCase{"lineEndsOfItsOwn",
-                 "mode = 1\r\n\r\n[apps.Chat]\r\nicon = 9\r\n",
-                 {"apps", "Chat", "repeat"},
-                 2,
-                 "mode = 1\r\n\r\n[apps.Chat]\r\nicon = 9\r\nrepeat = 2\r\n"},
-        EditCase{"noFinalLineEnd", "mode = 1", kTimeout, 30, "mode = 1\ntimeout = 30\n"},
-        EditCase{"newApp", "mode = 1", kIcon, 9,
-                 "mode = 1\n\n[apps.\"org.example.Chat\"]\nicon = 9\n"},
-        EditCase{"newAppWithQuotesInItsName",
-                 "mode = 1\n\n",
-                 {"apps", "a\"b\\c\t", "preview"},
-                 true,
-                 "mode = 1\n\n[apps.\"a\\\"b\\\\c\\u0009\"]\npreview = true\n"},
-        EditCase{"appsOtherKey",
-                 "[apps.\"org.example.Chat\"]\n# quiet\nrepeat = 1\n\n[apps.Mail]\n", kIcon, 9,
-                 "[apps.\"org.example.Chat\"]\n# quiet\nrepeat = 1\nicon = 9\n\n[apps.Mail]\n"},
-        EditCase{"emptyTable", "[ apps . 'org.example.Chat' ] # c\n\n[apps.Mail]\n", kIcon, 9,
-                 "[ apps . 'org.example.Chat' ] # c\nicon = 9\n\n[apps.Mail]\n"},
-        EditCase{"belowAppsHeader", "[apps]\nChat = { icon = 1 }\n", kIcon, 9,
-                 "[apps]\nChat = { icon = 1 }\n\n[apps.\"org.example.Chat\"]\nicon = 9\n"},
-        EditCase{"inlineTable",
-                 "[apps]\nChat = { icon = 1, repeat=2 } # c\n",
-                 {"apps", "Chat", "preview"},
-                 true,
-                 "[apps]\nChat = { icon = 1, repeat=2, preview = true } # c\n"},
-        EditCase{"valueInInlineTable",
-                 "[apps]\nChat = { icon = 1, repeat=2 }\n",
-                 {"apps", "Chat", "icon"},
-                 30,
-                 "[apps]\nChat = { icon = 30, repeat=2 }\n"},
-        EditCase{"inlineTableOfTables",
-                 "apps = { }\n",
-                 {"apps", "Chat", "icon"},
-                 9,
-                 "apps = { Chat.icon = 9 }\n"},
-        EditCase{"dottedKeys",
-                 "mode = 1\nbattery.alertBelow = 5\napps.Chat.icon = 1\n",
-                 {"apps", "Chat", "repeat"},
-                 1,
-                 "mode = 1\nbattery.alertBelow = 5\napps.Chat.icon = 1\napps.Chat.repeat = 1\n"},
-        EditCase{"dottedTableAbove",
-                 "apps.Chat.icon = 1\n[battery]\n",
-                 {"apps", "Mail", "icon"},
-                 2,
-                 "apps.Chat.icon = 1\napps.Mail.icon = 2\n[battery]\n"},
-        EditCase{"companionsTable",
-                 "[button]\nonce = [ # what\n  \"a\",\n  \"[b]\"\n]\n",
-                 {"button", "twice"},
-                 "hangUp",
-                 "[button]\nonce = [ # what\n  \"a\",\n  \"[b]\"\n]\ntwice = \"hangUp\"\n"},
-        EditCase{"valueOfManyLines",
-                 "[button]\nonce = [ # what\n  \"a\",\n]\nwindow = 5\n",
-                 {"button", "once"},
-                 platform::Array{"x", "y z"},
-                 "[button]\nonce = [\"x\", \"y z\"]\nwindow = 5\n"},
-        EditCase{"removed",
-                 "mode = 1\ntimeout = 5 # s\n# c\nenabled = true",
-                 kTimeout,
-                 {},
-                 "mode = 1\n# c\nenabled = true"},
-        EditCase{"removedWithAllItsLines",
-                 "[button]\nonce = [\n\"a\"]\nwindow = 5\n",
-                 {"button", "once"},
-                 {},
-                 "[button]\nwindow = 5\n"},
-        EditCase{"removedFromInlineTable",
-                 "[apps]\nA = { icon = 1, repeat = 2, pattern = 3 }\n",
-                 {"apps", "A", "icon"},
-                 {},
-                 "[apps]\nA = { repeat = 2, pattern = 3 }\n"},
-        EditCase{"removedLastOfInlineTable",
-                 "[apps]\nA = { icon = 1, repeat = 2 }\n",
-                 {"apps", "A", "repeat"},
-                 {},
-                 "[apps]\nA = { icon = 1 }\n"},
-        EditCase{"removedDotted",
-                 "apps.A.icon = 1\napps.A.repeat = 2",
-                 {"apps", "A", "repeat"},
-                 {},
-                 "apps.A.icon = 1\n"}),
-    [](const auto& testCase) { return testCase.param.name; });
+  platform::ErrorOrNone applyTo(SettingsEditor& editor) const {
+    return value ? editor.set(pathOf(path), *value) : editor.unset(pathOf(path));
+  }
+};
 
-TEST(SettingsEditorRefusalTest, WhatCannotBeDoneLeavesTheText) {
-  const struct {
-    const char* what;
-    std::string before;
-    KeyPath path;
-    std::optional<Value> value;
-    std::string inMessage;
-  } kCases[] = {
-      {"nothing to remove", "mode = 1\n", kTimeout, {}, "does not set timeout"},
-      {"dotted in an inline table", "apps = { A.icon = 1 }\n", {"apps", "A", "icon"}, {}, "header"},
-      {"a value of a wrong kind", "mode = 1\n", kTimeout, "soon", "timeout is a text"},
-      {"a table of that name", "[battery]\n", {"battery"}, 1, "text editor"},
+TEST(SettingsEditorTest, ChangesOneEntryAndNothingElse) {
+  const std::string kMine = "# mine\ntimeout  =  15   # s\n\nmode = 1\n";
+  const std::string kChat = "[apps.Chat]\nicon = 9\n";
+  const std::string kInline = "[apps]\nA = { icon = 1, repeat=2 } # c\n";
+  const std::string kLines = "[button]\nonce = [ # what\n  \"a\",\n  \"[b]\"\n]\nwindow = 5\n";
+  const Edit edits[] = {
+      {"an empty file", "timeout", 30, "", "timeout = 30\n"},
+      {"a value", "timeout", 30, kMine, "# mine\ntimeout  =  30   # s\n\nmode = 1\n"},
+      {"a value behind umlauts", "mode", 0, "\"enabled\" = true # ä\n\"mode\" = 1 # ö",
+       "\"enabled\" = true # ä\n\"mode\" = 0 # ö"},
+      {"a byte order mark", "mode", 0, "\xEF\xBB\xBFmode = 1\n", "\xEF\xBB\xBFmode = 0\n"},
+      {"new, behind the last", "timeout", 30, "  mode = 1 # a\n\n# Chat\n" + kChat,
+       "  mode = 1 # a\n  timeout = 30\n\n# Chat\n" + kChat},
+      {"new, before the first table", "timeout", 30, kChat, "timeout = 30\n\n" + kChat},
+      {"new, behind the opening comment", "timeout", 30, "# My band\n\n# Chat\n" + kChat,
+       "# My band\n\ntimeout = 30\n\n# Chat\n" + kChat},
+      {"only a comment", "timeout", 30, "# My band", "# My band\ntimeout = 30\n"},
+      {"no final line end", "timeout", 30, "mode = 1", "mode = 1\ntimeout = 30\n"},
+      {"line ends of its own", "apps/Chat/repeat", 2, "[apps.Chat]\r\nicon = 9\r\n",
+       "[apps.Chat]\r\nicon = 9\r\nrepeat = 2\r\n"},
+      {"a new app", "apps/Chat/icon", 9, "mode = 1", "mode = 1\n\n" + kChat},
+      {"an app with quotes in its name", "apps/a\"b\\c\t/preview", true, "mode = 1\n\n",
+       "mode = 1\n\n[apps.\"a\\\"b\\\\c\\u0009\"]\npreview = true\n"},
+      {"an app's other key", "apps/Chat/repeat", 1, kChat + "# quiet\n\n[apps.Mail]\n",
+       kChat + "repeat = 1\n# quiet\n\n[apps.Mail]\n"},
+      {"an empty table", "apps/a.b/icon", 9, "[ apps . 'a.b' ] # c\n\n[apps.Mail]\n",
+       "[ apps . 'a.b' ] # c\nicon = 9\n\n[apps.Mail]\n"},
+      {"below the apps' header", "apps/a.b/icon", 9, kInline,
+       kInline + "\n[apps.\"a.b\"]\nicon = 9\n"},
+      {"an inline table", "apps/A/preview", true, kInline,
+       "[apps]\nA = { icon = 1, repeat=2, preview = true } # c\n"},
+      {"a value in an inline table", "apps/A/icon", 30, kInline,
+       "[apps]\nA = { icon = 30, repeat=2 } # c\n"},
+      {"an inline table of tables", "apps/A/icon", 9, "apps = { }\n", "apps = { A.icon = 9 }\n"},
+      {"dotted keys", "apps/A/repeat", 1, "mode = 1\nbattery.alertBelow = 5\napps.A.icon = 1\n",
+       "mode = 1\nbattery.alertBelow = 5\napps.A.icon = 1\napps.A.repeat = 1\n"},
+      {"a dotted table above", "apps/B/icon", 2, "apps.A.icon = 1\n[battery]\n",
+       "apps.A.icon = 1\napps.B.icon = 2\n[battery]\n"},
+      {"behind a value of many lines", "button/twice", "hangUp", kLines,
+       kLines + "twice = \"hangUp\"\n"},
+      {"a value of many lines", "button/once", platform::Array{"x", "y z"}, kLines,
+       "[button]\nonce = [\"x\", \"y z\"]\nwindow = 5\n"},
+      {"removed", "timeout", kNone, "timeout = 5 # s\n# c\nmode = 1", "# c\nmode = 1"},
+      {"removed with all its lines", "button/once", kNone, kLines, "[button]\nwindow = 5\n"},
+      {"removed from an inline table", "apps/A/icon", kNone, kInline,
+       "[apps]\nA = { repeat=2 } # c\n"},
+      {"removed, the last of an inline table", "apps/A/repeat", kNone, kInline,
+       "[apps]\nA = { icon = 1 } # c\n"},
+      {"removed, dotted", "apps/A/repeat", kNone, "apps.A.icon = 1\napps.A.repeat = 2",
+       "apps.A.icon = 1\n"},
   };
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.what);
-    auto editor = SettingsEditor::ofText("settings.toml", c.before);
-    ASSERT_TRUE(editor);
-    const auto error = c.value ? editor->set(c.path, *c.value) : editor->unset(c.path);
-    ASSERT_TRUE(error);
-    EXPECT_NE(error->localizedDescription.find(c.inMessage), std::string::npos)
-        << error->localizedDescription;
-    EXPECT_EQ(editor->text(), c.before);
+  for (const Edit& edit : edits) {
+    SCOPED_TRACE(edit.what);
+    auto editor = SettingsEditor::ofText("settings.toml", edit.before);
+    ASSERT_TRUE(editor) << editor.error().localizedDescription;
+    EXPECT_EQ(edit.applyTo(*editor), kNone);
+    EXPECT_EQ(editor->text(), edit.result);
+    const auto* entry = editor->find(pathOf(edit.path));
+    EXPECT_EQ(entry != nullptr ? std::optional(entry->value) : kNone, edit.value);
   }
 }
 
-TEST(SettingsEditorFileTest, AFileWithErrorsIsNotEdited) {
+TEST(SettingsEditorTest, WhatCannotBeDoneLeavesTheText) {
+  const Edit refused[] = {
+      {"nothing to remove", "timeout", kNone, "mode = 1\n", "does not set timeout"},
+      {"dotted in an inline table", "apps/A/icon", kNone, "apps = { A.icon = 1 }\n", "header"},
+      {"a value of a wrong kind", "timeout", "soon", "mode = 1\n", "timeout is a text"},
+      {"a table of that name", "battery", 1, "[battery]\n", "text editor"},
+  };
+  for (const Edit& edit : refused) {
+    SCOPED_TRACE(edit.what);
+    auto editor = SettingsEditor::ofText("settings.toml", edit.before);
+    ASSERT_TRUE(editor);
+    const std::string error =
+        edit.applyTo(*editor).value_or(platform::Error{}).localizedDescription;
+    EXPECT_NE(error.find(edit.result), std::string::npos) << error;
+    EXPECT_EQ(editor->text(), edit.before);
+  }
+}
+
+TEST(SettingsEditorTest, AFileWithErrorsIsNotEdited) {
   platform::simulated::SimulatedFileManager files;
   files.addFile("/home/settings.toml", "enabled = true\nmode = \"x\"\n");
   const auto wrong = SettingsEditor::open(files, "/home/settings.toml");
@@ -179,7 +135,7 @@ TEST(SettingsEditorFileTest, AFileWithErrorsIsNotEdited) {
 
   auto fresh = SettingsEditor::open(files, "/home/new/settings.toml");
   ASSERT_TRUE(fresh);
-  ASSERT_EQ(fresh->set(kIcon, 9), std::nullopt);
+  ASSERT_EQ(fresh->set(pathOf("apps/org.example.Chat/icon"), 9), std::nullopt);
   ASSERT_EQ(fresh->save(files), std::nullopt);
   EXPECT_EQ(files.textAtPath("/home/new/settings.toml"), "[apps.\"org.example.Chat\"]\nicon = 9\n");
   EXPECT_EQ(fresh->settings().apps.at("org.example.Chat").icon, 9);
@@ -243,8 +199,9 @@ TEST(SettingKeysTest, WordsOfACommandLineBecomeValuesOrAHelpfulError) {
     const std::string text = value ? tomlText(*value) : value.error().localizedDescription;
     EXPECT_NE(text.find(c.expected), std::string::npos) << text;
   }
-  EXPECT_EQ(settingNamed("apps.org.example.Chat.icon")->path, kIcon);
-  EXPECT_EQ(settingNamed("apps.\"org.example.Chat\".icon")->path, kIcon);
+  for (const char* name : {"apps.org.example.Chat.icon", "apps.\"org.example.Chat\".icon"}) {
+    EXPECT_EQ(settingNamed(name)->path, pathOf("apps/org.example.Chat/icon"));
+  }
 }
 
 }  // namespace
