@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -12,6 +13,7 @@
 
 #include "ctl/CommandLine.h"
 #include "ctl/Console.h"
+#include "ctl/Json.h"
 #include "ctl/Session.h"
 #include "platform/linux/LinuxFileManager.h"
 #include "platform/linux/LinuxPropertyLists.h"
@@ -64,7 +66,10 @@ class FakeSession final : public Session {
     return peer == Peer::daemon ? world_.daemon : world_.companion;
   }
   platform::ErrorOrNone tellDaemon(std::string_view message,
-                                   const platform::Dictionary& userInfo) override;
+                                   const platform::Dictionary& userInfo) override {
+    return send(std::string(message),
+                userInfo.empty() ? "" : " " + jsonText(userInfo, JsonLayout::oneLine));
+  }
   platform::ErrorOrNone post(std::string_view name) override { return send(std::string(name), ""); }
   platform::ErrorOrNone post(const platform::Notification& notification) override {
     return send(notification.name, "");
@@ -73,7 +78,19 @@ class FakeSession final : public Session {
     world_.events = std::move(events);
     return std::make_unique<platform::Observation>();
   }
-  bool waitUntil(const std::function<bool()>& condition, platform::TimeInterval limit) override;
+  bool waitUntil(const std::function<bool()>& condition, platform::TimeInterval limit) override {
+    const platform::TimeInterval deadline = world_.now + limit;
+    while (!condition()) {
+      const auto next = world_.pending.begin();
+      if (next == world_.pending.end() || next->first > deadline) {
+        world_.now = deadline;
+        return condition();
+      }
+      world_.now = next->first;
+      world_.pending.extract(next).mapped()();
+    }
+    return true;
+  }
   bool serveUntilInterrupted() override {
     waitUntil([] { return false; }, std::chrono::hours(1));
     return true;
@@ -160,10 +177,37 @@ class CtlTest : public testing::Test {
                            false});
   }
 
+  /// The same with the words between single blanks; between two blanks there is an empty one.
+  ExitStatus run(const char* line) {
+    std::vector<std::string> words;
+    std::istringstream rest(line);
+    for (std::string word; std::getline(rest, word, ' ');) {
+      words.push_back(word);
+    }
+    return run(std::move(words));
+  }
+  /// What it printed; of one that did not do what it is to do, what it complained of.
+  template <typename Words>
+  std::string outputOf(const Words& words) {
+    const ExitStatus status = run(words);
+    EXPECT_EQ(status, ExitStatus::done);
+    return status == ExitStatus::done ? console.output : console.errors;
+  }
+  void expectFailure(const char* line, ExitStatus status, std::string_view complaint) {
+    EXPECT_EQ(run(line), status) << line;
+    expectPart(console.errors, complaint);
+  }
+  static void expectPart(const std::string& text, std::string_view part) {
+    EXPECT_NE(text.find(part), std::string::npos) << "no \"" << part << "\" in:\n" << text;
+  }
+
   void writeSettings(std::string_view text) const {
     static_cast<void>(directory.write("settings.toml", text));
   }
-  std::string settingsText() const;
+  std::string settingsText() const {
+    const auto contents = files.contentsAtPath(settingsFile);
+    return contents ? std::string(contents->begin(), contents->end()) : "";
+  }
 
   platform::linux::TemporaryDirectory directory;
   std::string settingsFile = directory.path("settings.toml");

@@ -9,17 +9,23 @@
 namespace wrixel2::ctl {
 namespace {
 
+using enum ExitStatus;
 using namespace std::chrono_literals;
-using Words = std::vector<std::string>;
+namespace fs = std::filesystem;
 
 const std::string kKey = "00112233445566778899aabbccddeeff";
 const std::string kOther = "FFEEDDCCBBAA99887766554433221100";
 
 class KeyTest : public CtlTest {
  protected:
+  /// Without trying it on the band.
+  ExitStatus import(const std::string& input, const std::string& source = "-") {
+    console.input = input;
+    return run({"key", "import", source, "--no-check"});
+  }
   std::string importedKey() {
-    const ExitStatus status = run({"key", "show", "--reveal"});
-    return status == ExitStatus::done ? console.output : "none";
+    const ExitStatus status = run("key show --reveal");
+    return status == done ? console.output : "none";
   }
   std::string keyOnDisk() const {
     const auto plist = propertyLists.dictionaryWithContentsOfFile(
@@ -35,7 +41,7 @@ class KeyTest : public CtlTest {
         preferences + "/" + user + "/BandInfoConfigStore.plist", {{"band_bind_auth_key", key}}));
     return directory.path("app");
   }
-  static unsigned modeOf(const std::filesystem::path& path) {
+  static unsigned modeOf(const fs::path& path) {
     struct stat status{};
     EXPECT_EQ(::stat(path.c_str(), &status), 0) << path;
     return status.st_mode & 0777U;
@@ -44,6 +50,7 @@ class KeyTest : public CtlTest {
 
 TEST_F(KeyTest, IsTakenFromATextOrAFileOrTheAppsFolders) {
   const std::string app = appFolder("7654321", kKey);
+  const std::string preferences = app + "/Library/Preferences";
   const struct {
     const char* what;
     std::string source;
@@ -57,27 +64,23 @@ TEST_F(KeyTest, IsTakenFromATextOrAFileOrTheAppsFolders) {
       {"file", directory.write("key.txt", kOther + "\n"), "", kOther, ""},
       {"base folder", app, "", kKey, ""},
       {"base folder with a slash", app + "/", "", kKey, ""},
-      {"preferences folder", app + "/Library/Preferences", "", kKey, ""},
-      {"the app's own file", app + "/Library/Preferences/7654321/BandInfoConfigStore.plist", "",
-       kKey, ""},
+      {"preferences folder", preferences, "", kKey, ""},
+      {"the app's own file", preferences + "/7654321/BandInfoConfigStore.plist", "", kKey, ""},
       {"nothing", "-", " \n", "", "there is no key in it"},
       {"two lines", "-", kKey + "\n" + kOther, "", "a single line"},
       {"two words", "-", "my key", "", "no blanks"},
-      {"bytes", directory.write("key.bin", std::string("\x01\x02\xff", 3)), "", "", "no text"},
+      {"bytes", directory.write("key.bin", "\x01\x02\xff"), "", "", "no text"},
       {"endless", "-", std::string(257, 'a'), "", "no text"},
       {"no file", directory.path("missing"), "", "", "missing cannot be read"},
-      {"another app's folder", directory.path("app/Library"), "", "",
-       "Cannot extract user name from MiFit"},
-      {"another property list", app + "/Library/Preferences/HM.wristband.plist", "", "",
+      {"another folder", app + "/Library", "", "", "Cannot extract user name from MiFit"},
+      {"another property list", preferences + "/HM.wristband.plist", "", "",
        "a property list without a key"},
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.what);
-    std::filesystem::remove_all(directory.path("MiFit"));
-    console.input = c.input;
-    EXPECT_EQ(run({"key", "import", c.source, "--no-check"}),
-              c.key.empty() ? ExitStatus::failed : ExitStatus::done);
-    EXPECT_NE(console.errors.find(c.inErrors), std::string::npos) << console.errors;
+    fs::remove_all(directory.path("MiFit"));
+    EXPECT_EQ(import(c.input, c.source), c.key.empty() ? failed : done);
+    expectPart(console.errors, c.inErrors);
     EXPECT_EQ(console.errors.empty(), c.inErrors.empty()) << console.errors;
     EXPECT_EQ(console.output.find(kKey), std::string::npos) << "the key is shown";
     EXPECT_EQ(importedKey(), c.key.empty() ? "none" : c.key + "\n");
@@ -85,22 +88,19 @@ TEST_F(KeyTest, IsTakenFromATextOrAFileOrTheAppsFolders) {
 }
 
 TEST_F(KeyTest, IsTheOwnersAloneAndTheOldOneHoldsUntilTheNewIsThere) {
-  console.input = kKey;
-  ASSERT_EQ(run({"key", "import", "-", "--no-check"}), ExitStatus::done);
-  const std::filesystem::path base = directory.path("MiFit");
+  ASSERT_EQ(import(kKey), done);
+  const fs::path base = directory.path("MiFit");
   const auto file = base / "Library/Preferences/1000000000/BandInfoConfigStore.plist";
   EXPECT_EQ(modeOf(file), 0600U);
   EXPECT_EQ(modeOf(base / "Library/Preferences/HM.wristband.plist"), 0600U);
   EXPECT_EQ(modeOf(file.parent_path()), 0700U);
 
   // As somebody may have copied it by hand, with what the app has beside the key.
-  namespace fs = std::filesystem;
   ASSERT_FALSE(propertyLists.writeToFileAtomically(
       file.string(), {{"band_bind_auth_key", kKey}, {"band", "Mi Band 2"}}));
   fs::permissions(file, fs::perms(0644));
   fs::permissions(base, fs::perms(0755));
-  console.input = kOther;
-  ASSERT_EQ(run({"key", "import", "-", "--no-check"}), ExitStatus::done);
+  ASSERT_EQ(import(kOther), done);
   EXPECT_EQ(modeOf(file), 0600U);
   EXPECT_EQ(modeOf(base), 0700U);
   const auto written = propertyLists.dictionaryWithContentsOfFile(file.string());
@@ -111,66 +111,57 @@ TEST_F(KeyTest, IsTheOwnersAloneAndTheOldOneHoldsUntilTheNewIsThere) {
   // The user that the folder names stays.
   fs::remove_all(base);
   fs::rename(appFolder("7654321", kKey), base);
-  console.input = kOther;
-  ASSERT_EQ(run({"key", "import", "-", "--no-check"}), ExitStatus::done);
+  ASSERT_EQ(import(kOther), done);
   EXPECT_TRUE(fs::exists(base / "Library/Preferences/7654321/BandInfoConfigStore.plist"));
   EXPECT_FALSE(fs::exists(base / "Library/Preferences/1000000000"));
   EXPECT_EQ(importedKey(), kOther + "\n");
 
   console.input = "";
-  EXPECT_EQ(run({"key", "import", "-"}), ExitStatus::failed);
+  EXPECT_EQ(run("key import -"), failed);
   EXPECT_EQ(importedKey(), kOther + "\n");
 }
 
 TEST_F(KeyTest, IsShownByAFingerprintThatTellsKeysApart) {
-  console.input = kKey;
-  ASSERT_EQ(run({"key", "import", "-", "--no-check"}), ExitStatus::done);
-  ASSERT_EQ(run({"key", "show"}), ExitStatus::done);
+  ASSERT_EQ(import(kKey), done);
+  ASSERT_EQ(run("key show"), done);
   const std::string first = console.output;
   EXPECT_EQ(first.size(), 9U);
   EXPECT_EQ(kKey.find(first.substr(0, 8)), std::string::npos);
-  console.input = kOther;
-  ASSERT_EQ(run({"key", "import", "-", "--no-check"}), ExitStatus::done);
-  ASSERT_EQ(run({"key", "show"}), ExitStatus::done);
+  ASSERT_EQ(import(kOther), done);
+  ASSERT_EQ(run("key show"), done);
   EXPECT_NE(console.output, first);
 }
 
 TEST_F(KeyTest, IsTriedOnTheBand) {
   const struct {
-    const char* what;
-    std::vector<std::pair<platform::TimeInterval, std::string>> announced;
+    platform::TimeInterval delay;
+    const char* verdict;
     ExitStatus status;
     std::string inOutput;
     std::string inErrors;
   } kCases[] = {
-      {"accepted", {{1s, ""}, {59s, "accepted"}}, ExitStatus::done, "The band accepts it.", ""},
-      {"refused", {{1s, ""}, {5s, "refused"}}, ExitStatus::failed, "", "the band refuses this key"},
-      {"not reached",
-       {{1s, ""}, {61s, "accepted"}},
-       ExitStatus::timedOut,
-       "",
-       "the key will be tried when it is there"},
+      {59s, "accepted", done, "The band accepts it.", ""},
+      {5s, "refused", failed, "", "the band refuses this key"},
+      {61s, "accepted", timedOut, "", "the key will be tried when it is there"},
   };
   for (const auto& c : kCases) {
-    SCOPED_TRACE(c.what);
+    SCOPED_TRACE(c.inOutput + c.inErrors);
     world.pending.clear();
     world.daemon->insert_or_assign("Authentication", "accepted");
     world.onSent = [&](const std::string& name) {
       EXPECT_EQ(name, "org.corvale.wrixel2.keyChanged");
       EXPECT_EQ(keyOnDisk(), kKey) << "the daemon is told before the key is there";
-      for (const auto& [delay, value] : c.announced) {
-        world.after(delay,
-                    [this, text = value] { world.changeStatus({{"Authentication", text}}); });
-      }
+      world.after(1s, [this] { world.changeStatus({{"Authentication", ""}}); });
+      world.after(c.delay, [&] { world.changeStatus({{"Authentication", c.verdict}}); });
     };
     console.input = kKey;
-    EXPECT_EQ(run({"key", "import", "-"}), c.status);
-    EXPECT_NE(console.output.find(c.inOutput), std::string::npos) << console.output;
-    EXPECT_NE(console.errors.find(c.inErrors), std::string::npos) << console.errors;
+    EXPECT_EQ(run("key import -"), c.status);
+    expectPart(console.output, c.inOutput);
+    expectPart(console.errors, c.inErrors);
   }
   world.daemon.reset();
-  EXPECT_EQ(run({"key", "import", "-"}), ExitStatus::done);
-  EXPECT_NE(console.errors.find("will be tried when it does"), std::string::npos);
+  EXPECT_EQ(run("key import -"), done);
+  expectPart(console.errors, "will be tried when it does");
 }
 
 }  // namespace
