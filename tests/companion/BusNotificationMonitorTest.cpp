@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "companion/BusNotificationMonitor.h"
+#include "companion/DesktopUserAlerts.h"
 #include "tests/platform/linux/BusTest.h"
 #include "tests/platform/linux/FakeNotificationService.h"
 
@@ -24,14 +25,12 @@ class BusNotificationMonitorTest : public platform::linux::BusTest, public Notif
  protected:
   BusNotificationMonitorTest() {
     ::setenv("DBUS_SESSION_BUS_ADDRESS", bus.address().c_str(), 1);
-    service = open();
-    auto slot = platform::linux::serveNotifications(*service,
-                                                    [this](const Array&) { return ++lastNumber; });
-    EXPECT_TRUE(slot);
-    interface = std::move(*slot);
-    auto started = BusNotificationMonitor::start(loop, log, own->uniqueName(), *this);
-    EXPECT_TRUE(started);
-    monitor = std::move(*started);
+    served =
+        std::move(*platform::linux::serveNotifications(*service, [this](const Array& arguments) {
+          shown = *arguments[3].text() + ": " + *arguments[4].text();
+          return ++lastNumber;
+        }));
+    monitor = std::move(*BusNotificationMonitor::start(loop, log, own->uniqueName(), *this));
   }
 
   void appNotified(const AppNotification& notification) override {
@@ -72,9 +71,10 @@ class BusNotificationMonitorTest : public platform::linux::BusTest, public Notif
     return std::exchange(events, {});
   }
 
-  std::unique_ptr<platform::linux::BusConnection> service;
-  platform::linux::BusSlot interface;
+  std::unique_ptr<platform::linux::BusConnection> service = open();
+  platform::linux::BusSlot served;
   int lastNumber = 0;
+  std::string shown;  ///< the last one's "summary: body"
   std::unique_ptr<BusNotificationMonitor> monitor;
   Events events;
   std::vector<std::string> handles;
@@ -122,6 +122,18 @@ TEST_F(BusNotificationMonitorTest, LeavesOutWhatIsNobodysNotification) {
   renames.clear();
   EXPECT_EQ(eventsSince(), Events{"ended "});
   EXPECT_TRUE(renames.empty());
+}
+
+TEST_F(BusNotificationMonitorTest, OurOwnAlertsAreShownAsPlainTextAndNotForwarded) {
+  DesktopUserAlerts alerts(*own, log);
+  alerts.present("Heart rates", "1 < 2 & <b>3</b>");
+  serveUntil([this] { return !shown.empty(); });
+  EXPECT_EQ(shown, "Heart rates: 1 &lt; 2 &amp; &lt;b&gt;3&lt;/b&gt;");
+  EXPECT_EQ(eventsSince(), Events{});
+  service.reset();
+  settle();
+  alerts.present("Heart rates", "");
+  serveUntil([this] { return log.contains("WARN Could not show \"Heart rates\""); });
 }
 
 }  // namespace

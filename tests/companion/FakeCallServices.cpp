@@ -17,55 +17,38 @@ using platform::linux::BusConnection;
 using platform::linux::BusInterface;
 using platform::linux::BusMessage;
 using platform::linux::BusMethod;
-using platform::linux::BusSlot;
 
-BusSlot objectManager(const BusConnection& bus, const char* path) {
-  sd_bus_slot* slot = nullptr;
-  sd_bus_add_object_manager(bus.get(), &slot, path);
-  return BusSlot(slot);
+/// A state as a service has it: the words are in the order of CallState.
+template <typename Word>
+Word wordOf(CallState state, const Word (&words)[5]) {
+  return words[static_cast<std::size_t>(state)];
 }
 
 class FakeGnomeCalls final : public FakeCallService {
  public:
   explicit FakeGnomeCalls(BusConnection& bus)
-      : FakeCallService(bus), manager_(objectManager(bus, "/org/gnome/Calls")) {}
+      : FakeCallService(bus, "org.gnome.Calls", "/org/gnome/Calls/Call/") {
+    serveObjectManager("/org/gnome/Calls");
+  }
 
-  std::string name() const override { return "org.gnome.Calls"; }
-  bool hasModem() const override { return false; }
-  void removeModem() override {}
+  std::unique_ptr<CallSource> source(BusConnection& bus, platform::Log& log) const override {
+    return std::make_unique<GnomeCallsSource>(bus, log);
+  }
 
  private:
   static constexpr const char* kCall = "org.gnome.Calls.Call";
 
-  static Value number(CallState state) {
-    switch (state) {
-      case CallState::incoming:
-        return 5;
-      case CallState::waiting:
-        return 6;
-      case CallState::outgoing:
-        return 3;
-      case CallState::active:
-        return 1;
-      case CallState::over:
-        return 7;
-    }
-    return 0;
-  }
+  static Value number(CallState state) { return wordOf(state, {5, 6, 3, 1, 7}); }
 
-  std::string pathOf(int call) const override {
-    return "/org/gnome/Calls/Call/" + std::to_string(call);
-  }
-  BusSlot exportCall(const std::string& path, const Call& call) override {
-    return std::move(*bus_.addInterface(
-        path,
-        {kCall,
-         {action(path, "Accept"), action(path, "Hangup"), action(path, "Silence")},
-         {{"State", "u", [&call] { return number(call.state); }, nullptr},
-          {"Inbound", "b", [&call] { return Value(call.state != CallState::outgoing); }, nullptr},
-          {"Id", "s", [&call] { return Value(call.number); }, nullptr},
-          {"DisplayName", "s", [&call] { return Value(call.caller); }, nullptr}},
-         {}}));
+  BusInterface interfaceOf(const std::string& path, const Call& call) override {
+    return {
+        kCall,
+        {action(path, "Accept"), action(path, "Hangup"), action(path, "Silence")},
+        {{"State", "u", [&call] { return number(call.state); }, nullptr},
+         {"Inbound", "b", [&call] { return Value(call.state != CallState::outgoing); }, nullptr},
+         {"Id", "s", [&call] { return Value(call.number); }, nullptr},
+         {"DisplayName", "s", [&call] { return Value(call.caller); }, nullptr}},
+        {}};
   }
   void announce(const std::string& path, const Call& /*call*/) override {
     sd_bus_emit_interfaces_added(bus_.get(), path.c_str(), kCall, nullptr);
@@ -79,22 +62,23 @@ class FakeGnomeCalls final : public FakeCallService {
   void announceRemoval(const std::string& path) override {
     sd_bus_emit_interfaces_removed(bus_.get(), path.c_str(), kCall, nullptr);
   }
-
-  BusSlot manager_;
 };
 
 class FakeModemManager final : public FakeCallService {
  public:
   explicit FakeModemManager(BusConnection& bus)
-      : FakeCallService(bus), manager_(objectManager(bus, "/org/freedesktop/ModemManager1")) {
-    modem_ = std::move(*bus_.addInterface(
-        kModem, {kVoice, {}, {{"Calls", "ao", [this] { return paths(); }, nullptr}}, {}}));
+      : FakeCallService(bus, "org.freedesktop.ModemManager1",
+                        "/org/freedesktop/ModemManager1/Call/") {
+    serveObjectManager("/org/freedesktop/ModemManager1");
+    serve(kModem, {kVoice, {}, {{"Calls", "ao", [this] { return paths(); }, nullptr}}, {}});
   }
 
-  std::string name() const override { return "org.freedesktop.ModemManager1"; }
+  std::unique_ptr<CallSource> source(BusConnection& bus, platform::Log& log) const override {
+    return std::make_unique<ModemManagerCallSource>(bus, log);
+  }
   void removeModem() override {
     sd_bus_emit_interfaces_removed(bus_.get(), kModem, kVoice, nullptr);
-    modem_.reset();
+    slots_.pop_back();
   }
 
  private:
@@ -102,21 +86,7 @@ class FakeModemManager final : public FakeCallService {
   static constexpr const char* kVoice = "org.freedesktop.ModemManager1.Modem.Voice";
   static constexpr const char* kCall = "org.freedesktop.ModemManager1.Call";
 
-  static Value number(CallState state) {
-    switch (state) {
-      case CallState::incoming:
-        return 3;
-      case CallState::waiting:
-        return 6;
-      case CallState::outgoing:
-        return 2;
-      case CallState::active:
-        return 4;
-      case CallState::over:
-        return 7;
-    }
-    return 0;
-  }
+  static Value number(CallState state) { return wordOf(state, {3, 6, 2, 4, 7}); }
   Value paths() const {
     Array all;
     for (const auto& [path, call] : calls_) {
@@ -125,18 +95,14 @@ class FakeModemManager final : public FakeCallService {
     return all;
   }
 
-  std::string pathOf(int call) const override {
-    return "/org/freedesktop/ModemManager1/Call/" + std::to_string(call);
-  }
-  BusSlot exportCall(const std::string& path, const Call& call) override {
-    return std::move(*bus_.addInterface(
-        path, {kCall,
-               {action(path, "Hangup")},
-               {{"State", "i", [&call] { return number(call.state); }, nullptr},
-                {"Direction", "i",
-                 [&call] { return Value(call.state == CallState::outgoing ? 2 : 1); }, nullptr},
-                {"Number", "s", [&call] { return Value(call.number); }, nullptr}},
-               {}}));
+  BusInterface interfaceOf(const std::string& path, const Call& call) override {
+    const auto direction = [&call] { return Value(call.state == CallState::outgoing ? 2 : 1); };
+    return {kCall,
+            {action(path, "Hangup")},
+            {{"State", "i", [&call] { return number(call.state); }, nullptr},
+             {"Direction", "i", direction, nullptr},
+             {"Number", "s", [&call] { return Value(call.number); }, nullptr}},
+            {}};
   }
   void announce(const std::string& path, const Call& /*call*/) override {
     bus_.emitSignal(kModem, kVoice, "CallAdded", "o", {path});
@@ -150,38 +116,23 @@ class FakeModemManager final : public FakeCallService {
   void announceRemoval(const std::string& path) override {
     bus_.emitSignal(kModem, kVoice, "CallDeleted", "o", {path});
   }
-
-  BusSlot manager_;
-  BusSlot modem_;
 };
 
 class FakeOfono final : public FakeCallService {
  public:
-  explicit FakeOfono(BusConnection& bus) : FakeCallService(bus) {
-    slots_.push_back(std::move(*bus_.addInterface(
-        "/", {"org.ofono.Manager",
-              {{"GetModems",
-                {},
-                {{"modems", "a(oa{sv})"}},
-                [](const BusMessage& call) {
-                  const Value modems =
-                      Array{Array{kModem, Dictionary{{"Interfaces", Array{kManager}}}},
-                            Array{"/modem1", Dictionary{{"Interfaces", Array{}}}}};
-                  call.reply("a(oa{sv})", {modems});
-                }}},
-              {},
-              {}})));
-    slots_.push_back(std::move(*bus_.addInterface(
-        kModem, {kManager,
-                 {{"GetCalls",
-                   {},
-                   {{"calls", "a(oa{sv})"}},
-                   [this](const BusMessage& call) { call.reply("a(oa{sv})", {all()}); }}},
-                 {},
-                 {}})));
+  explicit FakeOfono(BusConnection& bus) : FakeCallService(bus, "org.ofono", "/modem0/voicecall0") {
+    const auto modems = [](const BusMessage& call) {
+      call.reply(kObjects, {Value(Array{Array{kModem, Dictionary{{"Interfaces", Array{kManager}}}},
+                                        Array{"/modem1", Dictionary{{"Interfaces", Array{}}}}})});
+    };
+    const auto calls = [this](const BusMessage& call) { call.reply(kObjects, {all()}); };
+    serve("/", {"org.ofono.Manager", {{"GetModems", {}, {{"modems", kObjects}}, modems}}, {}, {}});
+    serve(kModem, {kManager, {{"GetCalls", {}, {{"calls", kObjects}}, calls}}, {}, {}});
   }
 
-  std::string name() const override { return "org.ofono"; }
+  std::unique_ptr<CallSource> source(BusConnection& bus, platform::Log& log) const override {
+    return std::make_unique<OfonoCallSource>(bus, log);
+  }
   void removeModem() override {
     bus_.emitSignal(kModem, "org.ofono.Modem", "PropertyChanged", "sv",
                     {"Interfaces", Array{"org.ofono.SimManager"}});
@@ -191,25 +142,12 @@ class FakeOfono final : public FakeCallService {
   static constexpr const char* kModem = "/modem0";
   static constexpr const char* kManager = "org.ofono.VoiceCallManager";
   static constexpr const char* kCall = "org.ofono.VoiceCall";
+  static constexpr const char* kObjects = "a(oa{sv})";
 
-  static const char* word(CallState state) {
-    switch (state) {
-      case CallState::incoming:
-        return "incoming";
-      case CallState::waiting:
-        return "waiting";
-      case CallState::outgoing:
-        return "dialing";
-      case CallState::active:
-        return "active";
-      case CallState::over:
-        return "disconnected";
-    }
-    return "";
+  static Value word(CallState state) {
+    return wordOf<const char*>(state, {"incoming", "waiting", "dialing", "active", "disconnected"});
   }
-  static std::string line(const Call& call) {
-    return call.number.empty() ? "withheld" : call.number;
-  }
+  static Value line(const Call& call) { return call.number.empty() ? "withheld" : call.number; }
   static Dictionary propertiesOf(const Call& call) {
     return {{"State", word(call.state)}, {"LineIdentification", line(call)}, {"Name", call.caller}};
   }
@@ -221,11 +159,8 @@ class FakeOfono final : public FakeCallService {
     return array;
   }
 
-  std::string pathOf(int call) const override {
-    return std::string(kModem) + "/voicecall0" + std::to_string(call);
-  }
-  BusSlot exportCall(const std::string& path, const Call& /*call*/) override {
-    return std::move(*bus_.addInterface(path, {kCall, {action(path, "Hangup")}, {}, {}}));
+  BusInterface interfaceOf(const std::string& path, const Call& /*call*/) override {
+    return {kCall, {action(path, "Hangup")}, {}, {}};
   }
   void announce(const std::string& path, const Call& call) override {
     bus_.emitSignal(kModem, kManager, "CallAdded", "oa{sv}", {path, propertiesOf(call)});
@@ -239,8 +174,6 @@ class FakeOfono final : public FakeCallService {
   void announceRemoval(const std::string& path) override {
     bus_.emitSignal(kModem, kManager, "CallRemoved", "o", {path});
   }
-
-  std::vector<BusSlot> slots_;
 };
 
 }  // namespace
@@ -256,25 +189,12 @@ std::unique_ptr<FakeCallService> FakeCallService::named(const std::string& name,
   return std::make_unique<FakeModemManager>(bus);
 }
 
-std::unique_ptr<CallSource> FakeCallService::sourceFor(const std::string& name, BusConnection& bus,
-                                                       platform::Log& log) {
-  if (name == "org.gnome.Calls") {
-    return std::make_unique<GnomeCallsSource>(bus, log);
-  }
-  if (name == "org.ofono") {
-    return std::make_unique<OfonoCallSource>(bus, log);
-  }
-  return std::make_unique<ModemManagerCallSource>(bus, log);
-}
-
 std::string FakeCallService::add(CallState state, const std::string& number,
                                  const std::string& caller) {
-  const std::string path = pathOf(nextCall_++);
+  const std::string path = callPrefix_ + std::to_string(nextCall_++);
   Call& call = calls_[path];
-  call.state = state;
-  call.number = number;
-  call.caller = caller;
-  call.slot = exportCall(path, call);
+  call = {state, number, caller, {}};
+  call.slot = std::move(*bus_.addInterface(path, interfaceOf(path, call)));
   announce(path, call);
   return path;
 }
@@ -292,6 +212,16 @@ void FakeCallService::setNumber(const std::string& path, const std::string& numb
 void FakeCallService::remove(const std::string& path) {
   announceRemoval(path);
   calls_.erase(path);
+}
+
+void FakeCallService::serve(const char* path, BusInterface interface) {
+  slots_.push_back(std::move(*bus_.addInterface(path, std::move(interface))));
+}
+
+void FakeCallService::serveObjectManager(const char* path) {
+  sd_bus_slot* slot = nullptr;
+  sd_bus_add_object_manager(bus_.get(), &slot, path);
+  slots_.emplace_back(slot);
 }
 
 BusMethod FakeCallService::action(const std::string& path, const std::string& method) {

@@ -16,7 +16,9 @@ enum class CallState : std::uint8_t { incoming, waiting, outgoing, active, over 
 /// A service that knows of calls, as another program of the bus has it.
 class FakeCallService {
  public:
-  explicit FakeCallService(platform::linux::BusConnection& bus) : bus_(bus) {}
+  /// A call's path is the prefix and a number.
+  FakeCallService(platform::linux::BusConnection& bus, std::string name, std::string callPrefix)
+      : bus_(bus), name_(std::move(name)), callPrefix_(std::move(callPrefix)) {}
   FakeCallService(const FakeCallService&) = delete;
   FakeCallService& operator=(const FakeCallService&) = delete;
   virtual ~FakeCallService() = default;
@@ -25,22 +27,19 @@ class FakeCallService {
   static std::unique_ptr<FakeCallService> named(const std::string& name,
                                                 platform::linux::BusConnection& bus);
   /// The source that is to understand it.
-  static std::unique_ptr<CallSource> sourceFor(const std::string& name,
-                                               platform::linux::BusConnection& bus,
-                                               platform::Log& log);
+  virtual std::unique_ptr<CallSource> source(platform::linux::BusConnection& bus,
+                                             platform::Log& log) const = 0;
 
-  virtual std::string name() const = 0;
-  void appear() { bus_.requestName(name()); }
-  void vanish() { bus_.releaseName(name()); }
+  void appear() { bus_.requestName(name_); }
+  void vanish() { bus_.releaseName(name_); }
 
   /// Its object path. The call is announced where there is anybody to hear it.
   std::string add(CallState state, const std::string& number, const std::string& caller);
   void setState(const std::string& path, CallState state);
   void setNumber(const std::string& path, const std::string& number);
   void remove(const std::string& path);
-  /// As when a modem is unplugged or switched off.
-  virtual void removeModem() = 0;
-  virtual bool hasModem() const { return true; }
+  /// As when a modem is unplugged or switched off; where there is none, the service ends.
+  virtual void removeModem() { vanish(); }
 
   /// "Hangup PATH" and the like, as they came.
   std::vector<std::string> done;
@@ -53,21 +52,25 @@ class FakeCallService {
     platform::linux::BusSlot slot;
   };
 
-  virtual std::string pathOf(int number) const = 0;
-  virtual platform::linux::BusSlot exportCall(const std::string& path, const Call& call) = 0;
+  virtual platform::linux::BusInterface interfaceOf(const std::string& path, const Call& call) = 0;
   virtual void announce(const std::string& path, const Call& call) = 0;
   virtual void announceState(const std::string& path, const Call& call) = 0;
   virtual void announceNumber(const std::string& path, const Call& call) = 0;
   virtual void announceRemoval(const std::string& path) = 0;
 
+  void serve(const char* path, platform::linux::BusInterface interface);
+  void serveObjectManager(const char* path);
   /// One that takes no arguments and has no answer.
   platform::linux::BusMethod action(const std::string& path, const std::string& method);
   void changed(const std::string& path, const std::string& interface,
                const platform::Dictionary& properties) const;
 
   platform::linux::BusConnection& bus_;
+  std::string name_;
+  std::string callPrefix_;
   std::map<std::string, Call> calls_;
   int nextCall_ = 1;
+  std::vector<platform::linux::BusSlot> slots_;
 };
 
 }  // namespace wrixel2::companion

@@ -17,27 +17,25 @@ class FakePlayer {
   FakePlayer(std::unique_ptr<BusConnection> bus, const std::string& name, std::string status,
              std::vector<std::string>& controlled)
       : bus_(std::move(bus)), status_(std::move(status)) {
-    slot_ = std::move(
-        *bus_->addInterface("/org/mpris/MediaPlayer2",
-                            {"org.mpris.MediaPlayer2.Player",
-                             {{"PlayPause",
-                               {},
-                               {},
-                               [&controlled, name](const BusMessage& call) {
-                                 controlled.push_back(name);
-                                 call.reply("", {});
-                               }}},
-                             {{"PlaybackStatus", "s", [this] { return Value(status_); }, nullptr}},
-                             {}}));
+    const auto playPause = [&controlled, name](const BusMessage& call) {
+      controlled.push_back(name);
+      call.reply("", {});
+    };
+    slot_ = std::move(*bus_->addInterface(
+        kPath, {kPlayer,
+                {{"PlayPause", {}, {}, playPause}},
+                {{"PlaybackStatus", "s", [this] { return Value(status_); }, nullptr}},
+                {}}));
     bus_->requestName("org.mpris.MediaPlayer2." + name);
   }
   void setStatus(const std::string& status) {
     status_ = status;
-    sd_bus_emit_properties_changed(bus_->get(), "/org/mpris/MediaPlayer2",
-                                   "org.mpris.MediaPlayer2.Player", "PlaybackStatus", nullptr);
+    sd_bus_emit_properties_changed(bus_->get(), kPath, kPlayer, "PlaybackStatus", nullptr);
   }
 
  private:
+  static constexpr const char* kPath = "/org/mpris/MediaPlayer2";
+  static constexpr const char* kPlayer = "org.mpris.MediaPlayer2.Player";
   std::unique_ptr<BusConnection> bus_;
   std::string status_;
   BusSlot slot_;
@@ -48,22 +46,10 @@ class MprisPlayersTest : public platform::linux::BusTest {
   std::unique_ptr<FakePlayer> player(const std::string& name, const std::string& status) {
     auto made = std::make_unique<FakePlayer>(open(), name, status, controlled);
     // The bus serves its connections in any order, and this one is new.
-    while (!hasOwner("org.mpris.MediaPlayer2." + name) && !HasFailure()) {
+    while (!*own->nameHasOwner("org.mpris.MediaPlayer2." + name)) {
     }
     settle();
     return made;
-  }
-  bool hasOwner(const std::string& name) {
-    const auto reply =
-        answer({"org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus"},
-               "NameHasOwner", "s", {name});
-    const auto arguments = reply.arguments();
-    return arguments && arguments->front().boolValue();
-  }
-  void settle() {
-    for (int round = 0; round < 30; ++round) {
-      serveAll();
-    }
   }
   std::string playPause() {
     settle();

@@ -15,6 +15,7 @@ using platform::Array;
 using platform::Dictionary;
 using platform::LogLevel;
 using platform::Value;
+using Names = std::vector<std::string>;
 
 constexpr const char* kFile = "/home/anna/.local/state/wrixel2/apps.plist";
 
@@ -29,10 +30,7 @@ class SeenAppsTest : public testing::Test {
   /// The number of an app's notifications in the file; 0 for one that is not there.
   std::int64_t countInFile(const std::string& app) const {
     const auto file = phone_.propertyLists.dictionary(kFile);
-    if (!file) {
-      return 0;
-    }
-    for (const Value& entry : *file->at("apps").array()) {
+    for (const Value& entry : file ? *file->at("apps").array() : Array{}) {
       if (platform::textForKey(*entry.dictionary(), "id") == app) {
         return entry.dictionary()->at("count").longValue();
       }
@@ -93,8 +91,7 @@ TEST_F(SeenAppsTest, ForgetsWhoWasSilentLongestAboveItsBound) {
 
 TEST_F(SeenAppsTest, LeavesOutWhatNoAppIsCalled) {
   const auto apps = open();
-  for (const std::string& identifier :
-       {std::string(), std::string("a\x01z"), std::string("a\nb"), std::string(256, 'a')}) {
+  for (const std::string& identifier : Names{"", "a\x01z", "a\nb", std::string(256, 'a')}) {
     apps->noted(identifier, "");
   }
   EXPECT_TRUE(apps->apps().empty());
@@ -144,22 +141,16 @@ TEST_F(SeenAppsTest, TheBusShowsAppsAndAnnouncesTheRest) {
             Value(Array{
                 Dictionary{{"id", "Mail"}, {"name", ""}, {"count", 1}, {"last", now()}},
                 Dictionary{{"id", "Chat"}, {"name", "The Chat"}, {"count", 1}, {"last", now()}}}));
-  const auto changes = [&] {
-    std::string names;
-    for (const auto& change : phone_.objectExporter.propertyChanges()) {
-      names += change.name + " ";
-    }
-    phone_.objectExporter.clearRecords();
-    return names;
-  };
+  const std::string kProblem = "settings.toml:2: mode is a text";
   object.setStatus({true, false, ""});
-  EXPECT_EQ(changes(), "DoNotDisturb ");
-  object.setStatus({true, true, "settings.toml:2: mode is a text"});
-  EXPECT_EQ(changes(), "Locked SettingsProblem ");
-  EXPECT_EQ(phone_.objectExporter.property(kPath, "SettingsProblem"),
-            Value("settings.toml:2: mode is a text"));
-  object.setStatus({true, true, "settings.toml:2: mode is a text"});
-  EXPECT_EQ(changes(), "");
+  object.setStatus({true, true, kProblem});
+  object.setStatus({true, true, kProblem});
+  Names changed;
+  for (const auto& change : phone_.objectExporter.propertyChanges()) {
+    changed.push_back(change.name);
+  }
+  EXPECT_EQ(changed, (Names{"DoNotDisturb", "Locked", "SettingsProblem"}));
+  EXPECT_EQ(phone_.objectExporter.property(kPath, "SettingsProblem"), Value(kProblem));
 }
 
 }  // namespace

@@ -4,12 +4,12 @@
 #include <stdlib.h>
 
 #include "companion/Senses.h"
-#include "companion/UserAlertPresenter.h"
 #include "platform/linux/SdBusMessageCenters.h"
 #include "platform/simulated/SimulatedClock.h"
 #include "platform/simulated/SimulatedUserDefaults.h"
+#include "tests/companion/Doubles.h"
 #include "tests/companion/FakeCallServices.h"
-#include "tests/platform/linux/BusTest.h"
+#include "tests/companion/ServiceTest.h"
 
 namespace wrixel2::companion {
 namespace {
@@ -17,19 +17,10 @@ namespace {
 using platform::Dictionary;
 using platform::Value;
 using platform::linux::BusConnection;
-using platform::linux::BusMessage;
-using platform::linux::BusSlot;
 using Lines = std::vector<std::string>;
 
-struct FakeUserAlerts final : UserAlertPresenter {
-  void present(std::string_view /*title*/, std::string_view message) override {
-    presented.emplace_back(message);
-  }
-  Lines presented;
-};
-
 /// The senses between a session bus, with a daemon on it, and a system bus that may be away.
-class SensesTest : public platform::linux::BusTest {
+class SensesTest : public ServiceTest {
  protected:
   SensesTest() {
     // Without the identifier that a bus gets anew at each start.
@@ -39,12 +30,11 @@ class SensesTest : public platform::linux::BusTest {
       told.push_back(platform::textForKey(info, "text").value_or("hanged"));
     });
     EXPECT_EQ(daemon->runServer(), std::nullopt);
-    status = std::move(*other->addInterface("/org/corvale/wrixel2dIpc",
-                                            {"org.corvale.wrixel2d.Status",
-                                             {},
-                                             {{"State", "s", [] { return Value("idle"); }, nullptr},
-                                              {"Battery", "y", [] { return Value(14); }, nullptr}},
-                                             {}}));
+    add("/org/corvale/wrixel2dIpc", {"org.corvale.wrixel2d.Status",
+                                     {},
+                                     {{"State", "s", [] { return Value("idle"); }, nullptr},
+                                      {"Battery", "y", [] { return Value(14); }, nullptr}},
+                                     {}});
   }
   ~SensesTest() override { ::unsetenv("DBUS_SYSTEM_BUS_ADDRESS"); }
 
@@ -70,7 +60,6 @@ class SensesTest : public platform::linux::BusTest {
   platform::linux::SdBusMessageCenters daemonsCenters{*other, log};
   std::unique_ptr<platform::MessageCenter> daemon =
       daemonsCenters.centerNamed("org.corvale.wrixel2dIpc");
-  BusSlot status;
   FakeUserAlerts userAlerts;
   platform::simulated::SimulatedUserDefaults defaults;
   std::unique_ptr<BusConnection> systemBus;
@@ -111,7 +100,7 @@ TEST_F(SensesTest, LivesWithASystemBusThatComesAndGoes) {
 TEST_F(SensesTest, TellsTheOwnerOfALowBattery) {
   makeSenses();
   serveUntil([this] { return !userAlerts.presented.empty(); });
-  EXPECT_EQ(userAlerts.presented, Lines{"14 % left"});
+  EXPECT_EQ(userAlerts.presented, Lines{"Band battery low: 14 % left"});
 }
 
 }  // namespace

@@ -7,7 +7,7 @@
 #include "companion/LogindSleepInhibitor.h"
 #include "companion/SleepHold.h"
 #include "platform/simulated/SimulatedPlatform.h"
-#include "tests/platform/linux/BusTest.h"
+#include "tests/companion/ServiceTest.h"
 
 namespace wrixel2::companion {
 namespace {
@@ -24,16 +24,13 @@ TEST(SleepHoldTest, HoldsFromTheFirstCauseUntilTheBandIsServed) {
   platform::simulated::SimulatedPlatform phone;
   FakeInhibitor inhibitor;
   SleepHold hold(phone.runLoop, inhibitor);
-  // A step: what happens, and whether the phone is held back after it.
   const auto work = [&] { hold.bandHasWork(); };
   const auto state = [&](const char* name) { return [&, name] { hold.daemonStateIs(name); }; };
   const auto pass = [&](platform::TimeInterval time) {
     return [&, time] { phone.runLoop.runFor(time); };
   };
-  const struct {
-    std::function<void()> happens;
-    bool isHeld;
-  } steps[] = {
+  /// What happens, and whether the phone is held back after it.
+  const std::pair<std::function<void()>, bool> steps[] = {
       {state("idle"), false},
       {work, true},
       {pass(4999ms), true},
@@ -55,31 +52,28 @@ TEST(SleepHoldTest, HoldsFromTheFirstCauseUntilTheBandIsServed) {
       {state(""), false},
   };
   for (std::size_t i = 0; i < std::size(steps); ++i) {
-    steps[i].happens();
-    EXPECT_EQ(inhibitor.isTaken, steps[i].isHeld) << "step " << i;
+    steps[i].first();
+    EXPECT_EQ(inhibitor.isTaken, steps[i].second) << "step " << i;
   }
   EXPECT_EQ(phone.runLoop.pendingTimers(), 0U);
 }
 
 /// A login manager whose locks are pipes, as the real one's are: it sees when the last copy of a
 /// lock is closed.
-class LogindSleepInhibitorTest : public platform::linux::BusTest {
+class LogindSleepInhibitorTest : public ServiceTest {
  protected:
   ~LogindSleepInhibitorTest() override { ::close(readingEnd); }
 
   void appear() {
-    auto slot =
-        other->addInterface("/org/freedesktop/login1",
-                            {"org.freedesktop.login1.Manager",
-                             {{"Inhibit",
-                               {{"what", "s"}, {"who", "s"}, {"why", "s"}, {"mode", "s"}},
-                               {{"lock", "h"}},
-                               [this](const platform::linux::BusMessage& call) { inhibit(call); }}},
-                             {},
-                             {}});
-    ASSERT_TRUE(slot);
-    logind = std::move(*slot);
-    ASSERT_EQ(other->requestName("org.freedesktop.login1"), std::nullopt);
+    add("/org/freedesktop/login1",
+        {"org.freedesktop.login1.Manager",
+         {{"Inhibit",
+           {{"what", "s"}, {"who", "s"}, {"why", "s"}, {"mode", "s"}},
+           {{"lock", "h"}},
+           [this](const platform::linux::BusMessage& call) { inhibit(call); }}},
+         {},
+         {}});
+    ServiceTest::appear("org.freedesktop.login1");
   }
   void inhibit(const platform::linux::BusMessage& call) {
     asked.push_back(*call.arguments());
@@ -95,13 +89,11 @@ class LogindSleepInhibitorTest : public platform::linux::BusTest {
   }
   /// Whether the last lock that was given is still held.
   bool isHeld() {
-    serveAll();
-    serveAll();
+    settle();
     char byte = 0;
     return readingEnd >= 0 && ::read(readingEnd, &byte, 1) < 0;
   }
 
-  platform::linux::BusSlot logind;
   bool isRefusing = false;
   std::vector<platform::Array> asked;
   int readingEnd = -1;
@@ -146,8 +138,7 @@ TEST_F(LogindSleepInhibitorTest, AnAbsentLoginManagerIsNoError) {
   isRefusing = true;
   for (int i = 0; i < 2; ++i) {
     inhibitor.take();
-    serveAll();
-    serveAll();
+    settle();
     inhibitor.giveBack();
   }
   EXPECT_EQ(log.count("WARN The phone may fall asleep too early"), 1U);

@@ -57,6 +57,13 @@ class BusTest : public testing::Test {
     serveUntil([&] { return isDone; });
   }
 
+  /// Whatever follows from what follows, through several rounds of questions and answers.
+  void settle() {
+    for (int round = 0; round < 30; ++round) {
+      serveAll();
+    }
+  }
+
   PrivateBus bus;
   RecordingLog log;
   LocalTimeZone zone;
