@@ -11,12 +11,7 @@ namespace wrixel2::integration {
 
 namespace {
 
-using platform::linux::BusAddress;
-
-const BusAddress kDaemon{"org.corvale.wrixel2dIpc", "/org/corvale/wrixel2dIpc",
-                         "org.corvale.wrixel2dIpc"};
-const BusAddress kBand{"org.corvale.wrixel2.VirtualBand", "/org/corvale/wrixel2/VirtualBand",
-                       "org.corvale.wrixel2.VirtualBand"};
+const platform::linux::BusAddress kDaemon{kDaemonName, "/org/corvale/wrixel2dIpc", kDaemonName};
 
 void writeFile(const std::filesystem::path& path, const std::string& text) {
   std::filesystem::create_directories(path.parent_path());
@@ -24,16 +19,6 @@ void writeFile(const std::filesystem::path& path, const std::string& text) {
   const std::filesystem::path fresh = path.string() + ".new";
   std::ofstream(fresh) << text;
   std::filesystem::rename(fresh, path);
-}
-
-/// A bus for everybody that starts no programs by itself.
-std::string busConfiguration(const std::filesystem::path& socket) {
-  return "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\""
-         " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">"
-         "<busconfig><type>session</type><listen>unix:path=" +
-         socket.string() +
-         "</listen><policy context=\"default\"><allow send_destination=\"*\" eavesdrop=\"true\"/>"
-         "<allow eavesdrop=\"true\"/><allow own=\"*\"/></policy></busconfig>";
 }
 
 std::string propertyList(const std::string& key, const std::string& value) {
@@ -44,12 +29,9 @@ std::string propertyList(const std::string& key, const std::string& value) {
 }  // namespace
 
 SessionTest::SessionTest() {
-  std::string path = std::filesystem::temp_directory_path() / "wrixel2-test.XXXXXX";
-  directory_ = ::mkdtemp(path.data());
   for (const char* name : {"config", "data", "state", "runtime"}) {
     std::filesystem::create_directories(directory_ / name);
   }
-  busAddress_ = "unix:path=" + (directory_ / "bus").string();
   environment_ = {
       {"PATH", std::getenv("PATH")},
       {"HOME", directory_},
@@ -57,7 +39,7 @@ SessionTest::SessionTest() {
       {"XDG_DATA_HOME", directory_ / "data"},
       {"XDG_STATE_HOME", directory_ / "state"},
       {"XDG_RUNTIME_DIR", directory_ / "runtime"},
-      {"DBUS_SESSION_BUS_ADDRESS", busAddress_},
+      {"DBUS_SESSION_BUS_ADDRESS", privateBus_.address()},
       // The machine's own lock and calls are none of a test's business.
       {"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + (directory_ / "no-system-bus").string()},
   };
@@ -68,55 +50,49 @@ SessionTest::SessionTest() {
   }
 }
 
-SessionTest::~SessionTest() {
-  if (HasFailure()) {
-    for (const auto& [name, program] :
-         {std::pair("daemon", daemon_.get()), std::pair("companion", companion_.get())}) {
-      if (program != nullptr) {
-        std::fprintf(stderr, "--- the %s wrote:\n%s", name, program->errors().c_str());
-      }
+void SessionTest::TearDown() {
+  for (const auto& [name, program] :
+       {std::pair("daemon", daemon_.get()), std::pair("companion", companion_.get())}) {
+    if (program != nullptr && !program->status()) {
+      program->signal(SIGTERM);
+      waitForExit(*program, 0);
+    }
+    if (program != nullptr && HasFailure()) {
+      std::fprintf(stderr, "--- the %s wrote:\n%s", name, program->errors().c_str());
     }
   }
-  daemon_.reset();
-  companion_.reset();
-  bus_.reset();
-  busDaemon_.reset();
-  std::filesystem::remove_all(directory_);
 }
 
 void SessionTest::SetUp() {
-  const std::filesystem::path configuration = directory_ / "bus.conf";
-  std::ofstream(configuration) << busConfiguration(directory_ / "bus");
-  busDaemon_ = start(
-      {"dbus-daemon", "--config-file=" + configuration.string(), "--nofork", "--print-address=1"});
-  waitUntil("the message bus", [this] { return busDaemon_->output().ends_with("\n"); });
-  auto opened = BusConnection::openAddress(loop_, busAddress_);
+  auto opened = BusConnection::openAddress(loop_, privateBus_.address());
   ASSERT_TRUE(opened) << opened.error().localizedDescription;
   bus_ = std::move(*opened);
 
   // Whatever a test waits for on the bus wakes the loop by one of these.
-  for (const char* rule : {
-           "type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged'",
-           "type='signal',interface='org.freedesktop.DBus.Properties'",
-       }) {
-    auto match = bus_->addMatch(rule, [](const BusMessage&) {});
-    ASSERT_TRUE(match);
-    match->detach();
-  }
-  auto events = bus_->addMatch(
-      "type='signal',interface='org.corvale.wrixel2.VirtualBand'",
-      [this](const BusMessage& message) {
-        events_.push_back({std::string(message.member()), message.arguments().value()});
-      });
-  ASSERT_TRUE(events);
-  events->detach();
-  auto postings = bus_->addMatch("type='signal',interface='org.corvale.NotifyCenter'",
-                                 [this](const BusMessage& message) {
-                                   postings_.push_back(*message.arguments().value().front().text());
-                                 });
-  ASSERT_TRUE(postings);
-  postings->detach();
+  match("sender='org.freedesktop.DBus',member='NameOwnerChanged'", [](const BusMessage&) {});
+  match("interface='org.freedesktop.DBus.Properties'", [](const BusMessage&) {});
+  match("interface='org.corvale.wrixel2.VirtualBand'", [this](const BusMessage& message) {
+    events_.push_back({std::string(message.member()), message.arguments().value()});
+  });
+  match("interface='org.corvale.NotifyCenter'", [this](const BusMessage& message) {
+    postings_.push_back(*message.arguments().value().front().text());
+  });
   writePairingKey(kBandsKey);
+}
+
+void SessionTest::match(const std::string& rule, BusConnection::Callback received) const {
+  auto slot = bus_->addMatch("type='signal'," + rule, std::move(received));
+  ASSERT_TRUE(slot);
+  slot->detach();
+}
+
+void SessionTest::serveAlerts() {
+  auto served = platform::linux::serveNotifications(*bus_, [this](const Array& arguments) {
+    alerts_.push_back(*arguments[3].text() + ": " + *arguments[4].text());
+    return 1;
+  });
+  ASSERT_TRUE(served);
+  served->detach();
 }
 
 void SessionTest::writeSettings(const std::string& text) const {
@@ -134,20 +110,13 @@ std::unique_ptr<Program> SessionTest::start(const std::vector<std::string>& argu
   return std::make_unique<Program>(loop_, arguments, environment_);
 }
 
-std::unique_ptr<Program> SessionTest::startWithoutWaiting(const std::string& path,
-                                                          std::vector<std::string> options) {
-  options.insert(options.begin(), path);
-  return start(options);
-}
-
-void SessionTest::startDaemon(std::vector<std::string> options) {
-  options.insert(options.end(), {"--band", "virtual", "--log", "stderr"});
-  daemon_ = startWithoutWaiting(WRIXEL2D_PATH, std::move(options));
+void SessionTest::startDaemon() {
+  daemon_ = start({WRIXEL2D_PATH, "--band", "virtual", "--log", "stderr"});
   waitUntil("the daemon's band", [this] { return hasOwner(kBand.destination); });
 }
 
 void SessionTest::startCompanion() {
-  companion_ = startWithoutWaiting(WRIXEL2_COMPANION_PATH, {"--log", "stderr"});
+  companion_ = start({WRIXEL2_COMPANION_PATH, "--log", "stderr"});
   waitUntil("the companion", [this] { return hasOwner("org.corvale.wrixel2Ipc"); });
 }
 
@@ -165,13 +134,10 @@ void SessionTest::waitUntilServed() {
 
 void SessionTest::waitForBand() {
   waitUntil("the first connection", [this] {
-    const auto initialized = bus_->getProperty(
-        {kDaemon.destination, kDaemon.path, "org.corvale.wrixel2d.Status"}, "Initialized");
+    const auto initialized = bus_->getProperty(kStatus, "Initialized");
     return initialized && initialized->boolValue();
   });
 }
-
-void SessionTest::stopBus() { busDaemon_->signal(SIGKILL); }
 
 bool SessionTest::hasOwner(const std::string& name) const {
   const auto owned = bus_->nameHasOwner(name);
@@ -219,14 +185,15 @@ void SessionTest::setBandProperty(const std::string& name, const std::string& si
   EXPECT_EQ(bus_->setProperty(kBand, name, signature, value), std::nullopt);
 }
 
-std::string SessionTest::bandLink() const {
-  const auto link = bus_->getProperty(kBand, "Link");
-  return link && link->text() != nullptr ? *link->text() : "";
-}
-
 void SessionTest::waitUntil(const std::string& what, const std::function<bool()>& condition,
                             platform::TimeInterval limit) {
   ASSERT_TRUE(loop_.runUntil(condition, limit)) << "this did not happen: " << what;
+}
+
+void SessionTest::kill(std::unique_ptr<Program>& program, const std::string& name) {
+  program->signal(SIGKILL);
+  waitForExit(*program, 128 + SIGKILL);
+  waitUntil("the name is free", [this, &name] { return !hasOwner(name); });
 }
 
 void SessionTest::waitForExit(Program& program, int status, platform::TimeInterval limit) {
@@ -258,6 +225,12 @@ std::vector<std::string> SessionTest::shownTexts() const {
 bool SessionTest::hasShown(const Bytes& icon) const {
   return std::any_of(events_.begin(), events_.end(), [&icon](const BandEvent& event) {
     return event.kind == "Displayed" && *event.arguments[1].data() == icon;
+  });
+}
+
+bool SessionTest::isStopped() const {
+  return std::any_of(events_.begin(), events_.end(), [](const BandEvent& event) {
+    return event.kind == "Vibrated" && event.arguments[2].intValue() == 0;
   });
 }
 

@@ -13,6 +13,8 @@
 #include "platform/linux/LocalTimeZone.h"
 #include "platform/linux/SdBus.h"
 #include "platform/simulated/RecordingLog.h"
+#include "tests/platform/linux/PrivateBus.h"
+#include "tests/platform/linux/TemporaryDirectory.h"
 
 namespace wrixel2::integration {
 
@@ -25,6 +27,14 @@ using platform::linux::BusMessage;
 /// The keys that the virtual band expects at first, and that the daemon falls back on.
 inline constexpr const char* kBandsKey = "0123456789abcdef0123456789abcdef";
 inline constexpr const char* kFallbackKey = "3F1A7C92-0B4D-4E58-8A61-C5D27E9B0F34";
+
+inline constexpr const char* kDaemonName = "org.corvale.wrixel2dIpc";
+inline constexpr const char* kCompanionName = "org.corvale.wrixel2Ipc";
+inline const platform::linux::BusAddress kStatus{kDaemonName, "/org/corvale/wrixel2dIpc",
+                                                 "org.corvale.wrixel2d.Status"};
+inline const platform::linux::BusAddress kBand{"org.corvale.wrixel2.VirtualBand",
+                                               "/org/corvale/wrixel2/VirtualBand",
+                                               "org.corvale.wrixel2.VirtualBand"};
 
 /// What the band did, as it told the bus.
 struct BandEvent {
@@ -41,9 +51,10 @@ class SessionTest : public testing::Test {
   static constexpr platform::TimeInterval kLimit = std::chrono::seconds(20);
 
   SessionTest();
-  ~SessionTest() override;
 
   void SetUp() override;
+  /// Ends the programs, which have to end cleanly whatever they are at.
+  void TearDown() override;
 
   // --- files ---
   void writeSettings(const std::string& text) const;
@@ -51,10 +62,8 @@ class SessionTest : public testing::Test {
 
   // --- programs ---
   std::unique_ptr<Program> start(const std::vector<std::string>& arguments);
-  std::unique_ptr<Program> startWithoutWaiting(const std::string& path,
-                                               std::vector<std::string> options = {});
   /// Returns once its name is on the bus.
-  void startDaemon(std::vector<std::string> options = {});
+  void startDaemon();
   void startCompanion();
   /// Both, and returns once the radio is on.
   void startBoth();
@@ -63,9 +72,14 @@ class SessionTest : public testing::Test {
   /// Until the daemon's first connection stands. An alert is shown at once from then on; before,
   /// the last one of several is.
   void waitForBand();
-  void stopBus();
+  /// As a crash does, and returns once its name is free.
+  void kill(std::unique_ptr<Program>& program, const std::string& name);
 
   // --- on the bus ---
+  /// From now on, to the test's end.
+  void match(const std::string& rule, BusConnection::Callback received) const;
+  /// The test is the desktop that shows alerts.
+  void serveAlerts();
   bool hasOwner(const std::string& name) const;
   /// A message to the daemon, as the companion would send it.
   void tell(const std::string& message, const Dictionary& userInfo = {}) const;
@@ -78,7 +92,6 @@ class SessionTest : public testing::Test {
                 const Array& arguments = {}) const;
   void setBandProperty(const std::string& name, const std::string& signature,
                        const platform::Value& value) const;
-  std::string bandLink() const;
 
   // --- what happened ---
   /// Fails the test, saying what did not happen, after the time limit.
@@ -93,17 +106,20 @@ class SessionTest : public testing::Test {
   std::vector<std::string> shownTexts() const;
   bool hasShown(const Bytes& icon) const;
   bool has(const std::string& kind) const;
+  /// Whether the motor was told to rest.
+  bool isStopped() const;
 
-  std::filesystem::path directory_;
+  platform::linux::TemporaryDirectory temporary_;
+  const std::filesystem::path directory_ = temporary_.path();
+  platform::linux::PrivateBus privateBus_;
   platform::simulated::RecordingLog log_;
   platform::linux::LocalTimeZone zone_;
   platform::linux::LinuxRunLoop loop_{log_, zone_};
   Program::Environment environment_;
-  std::unique_ptr<Program> busDaemon_;
-  std::string busAddress_;
   std::unique_ptr<BusConnection> bus_;
   std::vector<BandEvent> events_;
   std::vector<std::string> postings_;
+  std::vector<std::string> alerts_;  ///< "title: message"
   std::unique_ptr<Program> daemon_;
   std::unique_ptr<Program> companion_;
 };
