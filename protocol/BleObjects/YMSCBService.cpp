@@ -28,22 +28,24 @@ platform::UUID serviceUUID(const yms_u128_t& base, ServiceBLEOffset offset) {
 YMSCBService::YMSCBService(const platform::Platform& platform, std::string name,
                            std::weak_ptr<YMSCBPeripheral> parent, std::uint64_t baseHi,
                            std::uint64_t baseLo, ServiceOffset serviceOffset)
-    : platform_(&platform),
-      log_(platform.log, "YMSCBService"),
-      name_(std::move(name)),
-      parent_(std::move(parent)),
-      base_{baseHi, baseLo},
-      uuid_(serviceUUID(base_, serviceOffset)) {}
+    : YMSCBService(platform, std::move(name), std::move(parent), {baseHi, baseLo},
+                   serviceUUID({baseHi, baseLo}, serviceOffset)) {}
 
 YMSCBService::YMSCBService(const platform::Platform& platform, std::string name,
                            std::weak_ptr<YMSCBPeripheral> parent, std::uint64_t baseHi,
                            std::uint64_t baseLo, ServiceBLEOffset serviceOffset)
+    : YMSCBService(platform, std::move(name), std::move(parent), {baseHi, baseLo},
+                   serviceUUID({baseHi, baseLo}, serviceOffset)) {}
+
+YMSCBService::YMSCBService(const platform::Platform& platform, std::string name,
+                           std::weak_ptr<YMSCBPeripheral> parent, const yms_u128_t& base,
+                           const platform::UUID& uuid)
     : platform_(&platform),
       log_(platform.log, "YMSCBService"),
       name_(std::move(name)),
       parent_(std::move(parent)),
-      base_{baseHi, baseLo},
-      uuid_(serviceUUID(base_, serviceOffset)) {}
+      base_(base),
+      uuid_(uuid) {}
 
 YMSCBService::~YMSCBService() = default;
 

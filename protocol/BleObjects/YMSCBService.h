@@ -110,6 +110,10 @@ class YMSCBService : public std::enable_shared_from_this<YMSCBService> {
   const platform::Platform& platform() const { return *platform_; }
 
  private:
+  YMSCBService(const platform::Platform& platform, std::string name,
+               std::weak_ptr<YMSCBPeripheral> parent, const yms_u128_t& base,
+               const platform::UUID& uuid);
+
   void addCharacteristic(std::string name, platform::UUID uuid, std::int32_t offset);
 
   const platform::Platform* platform_;
