@@ -97,13 +97,19 @@ std::unique_ptr<Timer> SimulatedRunLoop::scheduledTimer(TimeInterval interval, b
   return add(std::move(entry));
 }
 
-std::unique_ptr<Timer> SimulatedRunLoop::persistentTimer(TimeInterval interval,
-                                                         std::string_view serviceIdentifier,
-                                                         Task callback) {
+std::shared_ptr<SimulatedRunLoop::Entry> SimulatedRunLoop::persistentEntry(
+    std::string_view serviceIdentifier, Task callback) {
   auto entry = std::make_shared<Entry>();
   entry->callback = std::move(callback);
   entry->isPersistent = true;
   entry->serviceIdentifier = serviceIdentifier;
+  return entry;
+}
+
+std::unique_ptr<Timer> SimulatedRunLoop::persistentTimer(TimeInterval interval,
+                                                         std::string_view serviceIdentifier,
+                                                         Task callback) {
+  auto entry = persistentEntry(serviceIdentifier, std::move(callback));
   entry->interval = interval;
   entry->due = clock_.monotonicNow() + std::max(interval, TimeInterval::zero());
   return add(std::move(entry));
@@ -112,10 +118,7 @@ std::unique_ptr<Timer> SimulatedRunLoop::persistentTimer(TimeInterval interval,
 std::unique_ptr<Timer> SimulatedRunLoop::persistentTimer(Date fireDate,
                                                          std::string_view serviceIdentifier,
                                                          Task callback) {
-  auto entry = std::make_shared<Entry>();
-  entry->callback = std::move(callback);
-  entry->isPersistent = true;
-  entry->serviceIdentifier = serviceIdentifier;
+  auto entry = persistentEntry(serviceIdentifier, std::move(callback));
   entry->fireDate = fireDate;
   entry->localTime = componentsFromDate(fireDate, zone_);
   entry->partOfSecond = fireDate - std::chrono::floor<std::chrono::seconds>(fireDate);

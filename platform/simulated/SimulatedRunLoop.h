@@ -101,6 +101,7 @@ class SimulatedRunLoop final : public RunLoop {
   class Handle;
 
   std::unique_ptr<Timer> add(std::shared_ptr<Entry> entry);
+  static std::shared_ptr<Entry> persistentEntry(std::string_view serviceIdentifier, Task callback);
   MonotonicTime dueTime(Entry& entry) const;
   std::shared_ptr<Entry> nextEntry(bool persistentOnly) const;
   void collectDue();
