@@ -8,16 +8,6 @@ BandRecorder::BandRecorder(VirtualBand& band) : band_(band) { band_.addObserver(
 
 BandRecorder::~BandRecorder() { band_.removeObserver(*this); }
 
-std::vector<platform::Bytes> BandRecorder::writes(const platform::UUID& characteristic) const {
-  std::vector<platform::Bytes> values;
-  for (const auto& write : writes_) {
-    if (write.characteristic == characteristic) {
-      values.push_back(write.value);
-    }
-  }
-  return values;
-}
-
 void BandRecorder::clear() {
   writes_.clear();
   displays_.clear();

@@ -42,8 +42,6 @@ class BandRecorder final : public BandObserver {
   ~BandRecorder() override;
 
   const std::vector<Write>& writes() const { return writes_; }
-  /// Values written to one characteristic.
-  std::vector<platform::Bytes> writes(const platform::UUID& characteristic) const;
   const std::vector<Display>& displays() const { return displays_; }
   const std::vector<Vibration>& vibrations() const { return vibrations_; }
   const std::vector<BandProperty>& changes() const { return changes_; }
