@@ -5,27 +5,9 @@
 #include <gtest/gtest.h>
 
 #include "platform/simulated/SimulatedFileManager.h"
-#include "platform/simulated/SimulatedPropertyLists.h"
-#include "platform/simulated/SimulatedUserDefaults.h"
 
 namespace wrixel2::platform::simulated {
 namespace {
-
-TEST(SimulatedFileManagerTest, DirectoriesListTheirEntriesInTheOrderOfMaking) {
-  SimulatedFileManager files;
-  files.addFile("/a/z.plist", "1");
-  files.addFile("/a/b/deep.plist", "2");
-  files.addFile("/a/m.plist", "3");
-  EXPECT_EQ(*files.contentsOfDirectoryAtPath("/a"),
-            (std::vector<std::string>{"z.plist", "b", "m.plist"}));
-  EXPECT_EQ(*files.contentsOfDirectoryAtPath("/a/"), *files.contentsOfDirectoryAtPath("/a"));
-  EXPECT_EQ(*files.contentsOfDirectoryAtPath("/"), std::vector<std::string>{"a"});
-
-  EXPECT_EQ(files.removeItemAtPath("/a/b"), std::nullopt);
-  EXPECT_FALSE(files.fileExistsAtPath("/a/b/deep.plist"));
-  EXPECT_EQ(*files.contentsOfDirectoryAtPath("/a"),
-            (std::vector<std::string>{"z.plist", "m.plist"}));
-}
 
 TEST(SimulatedFileManagerTest, FailuresCarryTheNumberOfTheirCause) {
   SimulatedFileManager files;
@@ -33,10 +15,8 @@ TEST(SimulatedFileManagerTest, FailuresCarryTheNumberOfTheirCause) {
   files.addFile("/d/secret", "text");
   files.setIsReadable("/d/secret", false);
   files.setWriteError("/d/full", ENOSPC);
-
-  EXPECT_TRUE(files.fileExistsAtPath("/d/secret"));
   EXPECT_FALSE(files.isReadableFileAtPath("/d/secret"));
-  EXPECT_FALSE(files.isReadableFileAtPath("/d/none"));
+  EXPECT_EQ(*files.contentsOfDirectoryAtPath("/d/"), (std::vector<std::string>{"file", "secret"}));
   const struct {
     const char* name;
     long code;
@@ -59,32 +39,6 @@ TEST(SimulatedFileManagerTest, FailuresCarryTheNumberOfTheirCause) {
   }
   EXPECT_EQ(files.copyItemAtPath("/d/file", "/new/copy"), std::nullopt);
   EXPECT_EQ(files.textAtPath("/new/copy"), "text");
-}
-
-TEST(SimulatedPropertyListsTest, APropertyListIsAsGoodAsItsFile) {
-  SimulatedFileManager files;
-  SimulatedPropertyLists lists(files);
-  const Dictionary dictionary{{"key", "value"}};
-  ASSERT_EQ(lists.writeToFileAtomically("/p.plist", dictionary), std::nullopt);
-  ASSERT_EQ(files.copyItemAtPath("/p.plist", "/p.bak"), std::nullopt);
-  ASSERT_EQ(lists.writeToFileAtomically("/p.plist", {}), std::nullopt);
-  EXPECT_EQ(lists.dictionary("/p.bak"), dictionary);
-  EXPECT_EQ(lists.dictionary("/p.plist"), Dictionary{});
-
-  files.addFile("/p.bak", "something else");
-  EXPECT_EQ(lists.dictionaryWithContentsOfFile("/p.bak").error().code, EINVAL);
-  EXPECT_EQ(lists.dictionaryWithContentsOfFile("/none").error().code, ENOENT);
-  files.setWriteError("/p.plist", EROFS);
-  EXPECT_EQ(lists.writeToFileAtomically("/p.plist", dictionary)->code, EROFS);
-}
-
-TEST(SimulatedUserDefaultsTest, OnlyWhatWasSynchronizedWouldSurviveACrash) {
-  SimulatedUserDefaults defaults;
-  defaults.setObjectForKey("list", Array{"a"});
-  EXPECT_EQ(defaults.arrayForKey("list"), Array{"a"});
-  EXPECT_TRUE(defaults.synchronizedValues().empty());
-  defaults.synchronize();
-  EXPECT_EQ(defaults.synchronizedValues().size(), 1U);
 }
 
 }  // namespace

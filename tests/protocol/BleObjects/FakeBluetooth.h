@@ -14,85 +14,90 @@
 #include "protocol/BleObjects/YMSCBCharacteristic.h"
 #include "protocol/BleObjects/YMSCBPeripheral.h"
 #include "protocol/BleObjects/YMSCBService.h"
+#include "tests/platform/linux/bluez/EventRecorder.h"
 
 namespace wrixel2::bleobjects {
+
+using platform::Bytes;
+using platform::ErrorOrNone;
+using platform::UUID;
+using DevicePtr = std::shared_ptr<platform::Peripheral>;
+using DeviceServicePtr = std::shared_ptr<platform::Service>;
+using DeviceCharacteristicPtr = std::shared_ptr<platform::Characteristic>;
+using DescriptorPtr = std::shared_ptr<platform::Descriptor>;
 
 /// What was asked of a fake or told to a recorder, one text each, in order.
 using Journal = std::vector<std::string>;
 
-inline platform::UUID uuid(const char* text) { return platform::UUID::withString(text); }
+/// Writes down what a delegate is told: "delegate value 2a37 01".
+inline std::shared_ptr<platform::bluez::EventRecorder> notingDelegate(Journal& journal) {
+  auto delegate = std::make_shared<platform::bluez::EventRecorder>();
+  delegate->react = [&journal](const std::string& event) {
+    journal.push_back("delegate " + event);
+  };
+  return delegate;
+}
 
-inline const platform::ErrorOrNone kNoError;
-inline const platform::ErrorOrNone kFailure =
+inline UUID uuid(const char* text) { return UUID::withString(text); }
+
+inline const ErrorOrNone kNoError;
+inline const ErrorOrNone kFailure =
     platform::Error{platform::bluetooth_error::connectionTimeout, "timed out"};
 
-inline std::string outcome(const platform::ErrorOrNone& error) {
+inline std::string outcome(const ErrorOrNone& error) {
   return error ? "error " + std::to_string(error->code) : "ok";
 }
 
 /// Writes down how each request ended.
 inline ErrorCallback noting(Journal& journal, std::string name) {
-  return [&journal, name = std::move(name)](const platform::ErrorOrNone& error) {
+  return [&journal, name = std::move(name)](const ErrorOrNone& error) {
     journal.push_back(name + " " + outcome(error));
   };
 }
 inline ReadCallback notingRead(Journal& journal, std::string name) {
-  return [&journal, name = std::move(name)](const std::optional<platform::Bytes>& data,
-                                            const platform::ErrorOrNone& error) {
+  return [&journal, name = std::move(name)](const std::optional<Bytes>& data,
+                                            const ErrorOrNone& error) {
     journal.push_back(name + " " + (data ? platform::hexText(*data) : "none") + " " +
                       outcome(error));
   };
 }
 
-class FakeDescriptor final : public platform::Descriptor {
- public:
-  explicit FakeDescriptor(const char* id) : uuid_(bleobjects::uuid(id)) {}
-  const platform::UUID& uuid() const override { return uuid_; }
+struct FakeDescriptor final : platform::Descriptor {
+  explicit FakeDescriptor(const char* text) : id(bleobjects::uuid(text)) {}
+  const UUID& uuid() const override { return id; }
 
- private:
-  platform::UUID uuid_;
+  UUID id;
 };
 
-class FakeCharacteristic final : public platform::Characteristic {
- public:
-  FakeCharacteristic(const char* id, std::weak_ptr<platform::Service> service)
-      : uuid_(bleobjects::uuid(id)), service_(std::move(service)) {}
-  const platform::UUID& uuid() const override { return uuid_; }
-  std::shared_ptr<platform::Service> service() const override { return service_.lock(); }
-  std::optional<platform::Bytes> value() const override { return currentValue; }
+struct FakeCharacteristic final : platform::Characteristic {
+  FakeCharacteristic(const char* text, std::weak_ptr<platform::Service> service)
+      : id(bleobjects::uuid(text)), itsService(std::move(service)) {}
+  const UUID& uuid() const override { return id; }
+  DeviceServicePtr service() const override { return itsService.lock(); }
+  std::optional<Bytes> value() const override { return currentValue; }
   bool isNotifying() const override { return notifies; }
-  std::vector<std::shared_ptr<platform::Descriptor>> descriptors() const override {
-    return knownDescriptors;
-  }
+  std::vector<DescriptorPtr> descriptors() const override { return knownDescriptors; }
 
-  std::optional<platform::Bytes> currentValue;
+  UUID id;
+  std::weak_ptr<platform::Service> itsService;
+  std::optional<Bytes> currentValue;
   bool notifies = false;
-  std::vector<std::shared_ptr<platform::Descriptor>> knownDescriptors;
-
- private:
-  platform::UUID uuid_;
-  std::weak_ptr<platform::Service> service_;
+  std::vector<DescriptorPtr> knownDescriptors;
 };
 
-class FakeService final : public platform::Service,
-                          public std::enable_shared_from_this<FakeService> {
- public:
-  explicit FakeService(const char* id) : uuid_(bleobjects::uuid(id)) {}
-  const platform::UUID& uuid() const override { return uuid_; }
-  std::vector<std::shared_ptr<platform::Characteristic>> characteristics() const override {
-    return known;
-  }
+struct FakeService final : platform::Service, std::enable_shared_from_this<FakeService> {
+  explicit FakeService(const char* text) : id(bleobjects::uuid(text)) {}
+  const UUID& uuid() const override { return id; }
+  std::vector<DeviceCharacteristicPtr> characteristics() const override { return known; }
 
-  std::shared_ptr<FakeCharacteristic> add(const char* id) {
-    auto characteristic = std::make_shared<FakeCharacteristic>(id, weak_from_this());
+  std::shared_ptr<FakeCharacteristic> add(const char* text) {
+    auto characteristic = std::make_shared<FakeCharacteristic>(text, weak_from_this());
     known.push_back(characteristic);
     return characteristic;
   }
 
-  std::vector<std::shared_ptr<platform::Characteristic>> known;
-
- private:
-  platform::UUID uuid_;
+  UUID id;
+  std::vector<DeviceCharacteristicPtr> known;
 };
 
 /// A device that answers nothing by itself: the test calls the delegate.
@@ -101,107 +106,102 @@ class FakePeripheral final : public platform::Peripheral {
   explicit FakePeripheral(const char* id = "11111111-2222-3333-4444-555555555555")
       : identifier_(uuid(id)) {}
 
-  const platform::UUID& identifier() const override { return identifier_; }
+  const UUID& identifier() const override { return identifier_; }
   std::optional<std::string> name() const override { return deviceName; }
   platform::PeripheralState state() const override { return linkState; }
-  std::vector<std::shared_ptr<platform::Service>> services() const override { return known; }
+  std::vector<DeviceServicePtr> services() const override { return known; }
   void setDelegate(std::weak_ptr<platform::PeripheralDelegate> newDelegate) override {
     delegate = std::move(newDelegate);
   }
-  void discoverServices(const std::optional<std::vector<platform::UUID>>& list) override {
+  void discoverServices(const std::optional<std::vector<UUID>>& list) override {
     journal.push_back("discoverServices" + texts(list));
   }
-  void discoverCharacteristics(const std::optional<std::vector<platform::UUID>>& list,
-                               const std::shared_ptr<platform::Service>& service) override {
+  void discoverCharacteristics(const std::optional<std::vector<UUID>>& list,
+                               const DeviceServicePtr& service) override {
     journal.push_back("discoverCharacteristics of " + service->uuid().text() + texts(list));
   }
-  void discoverDescriptors(
-      const std::shared_ptr<platform::Characteristic>& characteristic) override {
-    journal.push_back("discoverDescriptors of " + characteristic->uuid().text());
+  void discoverDescriptors(const DeviceCharacteristicPtr& of) override {
+    journal.push_back("discoverDescriptors of " + of->uuid().text());
   }
-  void readValueForCharacteristic(
-      const std::shared_ptr<platform::Characteristic>& characteristic) override {
-    journal.push_back("read " + characteristic->uuid().text());
+  void readValueForCharacteristic(const DeviceCharacteristicPtr& of) override {
+    journal.push_back("read " + of->uuid().text());
   }
-  void writeValueForCharacteristic(const platform::Bytes& data,
-                                   const std::shared_ptr<platform::Characteristic>& characteristic,
+  void writeValueForCharacteristic(const Bytes& data, const DeviceCharacteristicPtr& to,
                                    platform::WriteType type) override {
     journal.push_back((type == platform::WriteType::withResponse ? "request " : "command ") +
-                      characteristic->uuid().text() + " " + platform::hexText(data));
+                      to->uuid().text() + " " + platform::hexText(data));
   }
-  void setNotifyValue(bool enabled,
-                      const std::shared_ptr<platform::Characteristic>& characteristic) override {
-    journal.push_back((enabled ? "notify " : "quiet ") + characteristic->uuid().text());
+  void setNotifyValue(bool enabled, const DeviceCharacteristicPtr& of) override {
+    journal.push_back((enabled ? "notify " : "quiet ") + of->uuid().text());
   }
-  void readValueForDescriptor(const std::shared_ptr<platform::Descriptor>& descriptor) override {
-    journal.push_back("readDescriptor " + descriptor->uuid().text());
+  void readValueForDescriptor(const DescriptorPtr& of) override {
+    journal.push_back("readDescriptor " + of->uuid().text());
   }
-  void writeValueForDescriptor(const platform::Bytes& data,
-                               const std::shared_ptr<platform::Descriptor>& descriptor) override {
-    journal.push_back("writeDescriptor " + descriptor->uuid().text() + " " +
-                      platform::hexText(data));
+  void writeValueForDescriptor(const Bytes& data, const DescriptorPtr& to) override {
+    journal.push_back("writeDescriptor " + to->uuid().text() + " " + platform::hexText(data));
   }
   void readRSSI() override { journal.emplace_back("readRSSI"); }
 
   std::optional<std::string> deviceName = "MI Band 2";
   platform::PeripheralState linkState = platform::PeripheralState::disconnected;
-  std::vector<std::shared_ptr<platform::Service>> known;
+  std::vector<DeviceServicePtr> known;
   std::weak_ptr<platform::PeripheralDelegate> delegate;
   Journal journal;
 
  private:
-  static std::string texts(const std::optional<std::vector<platform::UUID>>& list) {
+  static std::string texts(const std::optional<std::vector<UUID>>& list) {
     std::string text = list ? ":" : ": all";
-    for (const auto& id : list.value_or(std::vector<platform::UUID>())) {
+    for (const auto& id : list.value_or(std::vector<UUID>())) {
       text += " " + id.text();
     }
     return text;
   }
 
-  platform::UUID identifier_;
+  UUID identifier_;
 };
+
+/// The part of an identifier by which journals name a device.
+inline std::string shortName(const platform::Peripheral& device) {
+  return device.identifier().longText().substr(0, 8);
+}
 
 class FakeCentralManager final : public platform::CentralManager {
  public:
   platform::CentralState state() const override { return radioState; }
-  void scanForPeripheralsWithServices(const std::optional<std::vector<platform::UUID>>& services,
+  void scanForPeripheralsWithServices(const std::optional<std::vector<UUID>>& services,
                                       const platform::Dictionary& options) override {
     journal.push_back("scan " + std::to_string(services ? services->size() : 0) + " " +
                       std::to_string(options.size()));
   }
   void stopScan() override { journal.emplace_back("stopScan"); }
-  void connectPeripheral(const std::shared_ptr<platform::Peripheral>& peripheral,
-                         const platform::Dictionary& options) override {
-    journal.push_back("connect " + peripheral->identifier().longText().substr(0, 8) + " " +
-                      std::to_string(options.size()));
+  void connectPeripheral(const DevicePtr& device, const platform::Dictionary& options) override {
+    journal.push_back("connect " + shortName(*device) + " " + std::to_string(options.size()));
   }
-  void cancelPeripheralConnection(
-      const std::shared_ptr<platform::Peripheral>& peripheral) override {
-    journal.push_back("cancel " + peripheral->identifier().longText().substr(0, 8));
+  void cancelPeripheralConnection(const DevicePtr& device) override {
+    journal.push_back("cancel " + shortName(*device));
   }
-  std::vector<std::shared_ptr<platform::Peripheral>> retrieveConnectedPeripheralsWithServices(
-      const std::vector<platform::UUID>& services) override {
+  std::vector<DevicePtr> retrieveConnectedPeripheralsWithServices(
+      const std::vector<UUID>& services) override {
     journal.push_back("retrieveConnected " + std::to_string(services.size()));
     return retrieved;
   }
-  std::vector<std::shared_ptr<platform::Peripheral>> retrievePeripheralsWithIdentifiers(
-      const std::vector<platform::UUID>& identifiers) override {
+  std::vector<DevicePtr> retrievePeripheralsWithIdentifiers(
+      const std::vector<UUID>& identifiers) override {
     journal.push_back("retrieve " + std::to_string(identifiers.size()));
     return retrieved;
   }
 
   platform::CentralState radioState = platform::CentralState::unknown;
-  std::vector<std::shared_ptr<platform::Peripheral>> retrieved;
+  std::vector<DevicePtr> retrieved;
   Journal journal;
 };
 
 class FakeRadio final : public platform::BluetoothRadio {
  public:
   std::unique_ptr<platform::CentralManager> makeCentralManager(
-      std::weak_ptr<platform::CentralManagerDelegate> newDelegate, platform::Queue queue,
-      const std::vector<platform::UUID>& identifiers) override {
+      std::weak_ptr<platform::CentralManagerDelegate> newDelegate, platform::Queue /*queue*/,
+      const std::vector<UUID>& identifiers) override {
     delegate = std::move(newDelegate);
-    queueLabel = queue.label();
     storedIdentifiers = identifiers;
     auto made = std::make_unique<FakeCentralManager>();
     manager = made.get();
@@ -209,8 +209,7 @@ class FakeRadio final : public platform::BluetoothRadio {
   }
 
   std::weak_ptr<platform::CentralManagerDelegate> delegate;
-  std::string queueLabel;
-  std::vector<platform::UUID> storedIdentifiers;
+  std::vector<UUID> storedIdentifiers;
   FakeCentralManager* manager = nullptr;  ///< of the central made last, which owns it
 };
 
@@ -220,15 +219,22 @@ class FakeSessionManager final : public YMSCBCentralManager {
  public:
   static std::shared_ptr<FakeSessionManager> create(
       const platform::Platform& platform, bool useStoredPeripherals,
-      std::weak_ptr<platform::CentralManagerDelegate> delegate = {}) {
+      std::weak_ptr<platform::CentralManagerDelegate> delegate) {
     const std::shared_ptr<FakeSessionManager> central(
         new FakeSessionManager(platform, useStoredPeripherals, std::move(delegate)));
     central->init();
     return central;
   }
 
-  void handleFoundPeripheral(const std::shared_ptr<platform::Peripheral>& peripheral) override {
-    journal.push_back("found " + peripheral->identifier().longText().substr(0, 8));
+  /// Without the list of devices seen.
+  static std::shared_ptr<FakeSessionManager> create(const platform::Platform& platform) {
+    const std::shared_ptr<FakeSessionManager> central(new FakeSessionManager(platform));
+    central->init();
+    return central;
+  }
+
+  void handleFoundPeripheral(const DevicePtr& device) override {
+    journal.push_back("found " + shortName(*device));
   }
   void managerPoweredOnHandler() override { journal.emplace_back("on"); }
   void managerUnknownHandler() override { journal.emplace_back("unknown"); }
@@ -244,6 +250,10 @@ class FakeSessionManager final : public YMSCBCentralManager {
   Journal journal;
 
  private:
+  explicit FakeSessionManager(const platform::Platform& platform)
+      : YMSCBCentralManager(platform, {"MI Band 2", "Other"},
+                            platform.runLoop.makeSerialQueue("radio"),
+                            std::weak_ptr<platform::CentralManagerDelegate>()) {}
   FakeSessionManager(const platform::Platform& platform, bool useStoredPeripherals,
                      std::weak_ptr<platform::CentralManagerDelegate> delegate)
       : YMSCBCentralManager(platform, {"MI Band 2", "Other"},
@@ -263,10 +273,8 @@ class FakeBandService final : public YMSCBService {
   }
 
   void notifyCharacteristicHandler(const std::shared_ptr<YMSCBCharacteristic>& characteristic,
-                                   const platform::ErrorOrNone& error) override {
-    const auto& value = characteristic->value();
-    journal_.push_back("handler " + characteristic->name() + " " +
-                       (value ? platform::hexText(*value) : "none") + " " + outcome(error));
+                                   const ErrorOrNone& error) override {
+    notingRead(journal_, "handler " + characteristic->name())(characteristic->value(), error);
   }
 
  private:
@@ -278,7 +286,7 @@ class FakeBandService final : public YMSCBService {
 class BleObjectsTest : public testing::Test {
  protected:
   BleObjectsTest()
-      : central(FakeSessionManager::create(phone.handle(), false)),
+      : central(FakeSessionManager::create(phone.handle())),
         device(std::make_shared<FakePeripheral>()),
         peripheral(YMSCBPeripheral::create(phone.handle(), device, central, 0, 0)),
         service(std::make_shared<FakeBandService>(phone.handle(), peripheral, journal)),

@@ -5,7 +5,6 @@ namespace wrixel2::bleobjects {
 namespace {
 
 using platform::LogLevel;
-using platform::UUID;
 
 class YMSCBServiceTest : public BleObjectsTest {
  protected:
@@ -17,14 +16,13 @@ class YMSCBServiceTest : public BleObjectsTest {
 
   /// Notes the names of what was discovered.
   DiscoverCharacteristicsCallback notingDiscovery(std::string name) {
-    return [this, name = std::move(name)](const CharacteristicDict& characteristics,
-                                          const platform::ErrorOrNone& error) {
-      std::string line = name + " " + outcome(error);
-      for (const auto& [key, characteristic] : characteristics) {
-        line += " " + key;
-      }
-      journal.push_back(line);
-    };
+    return
+        [this, name = std::move(name)](const CharacteristicDict& found, const ErrorOrNone& error) {
+          journal.push_back(name + " " + outcome(error));
+          for (const auto& [key, characteristic] : found) {
+            journal.back() += " " + key;
+          }
+        };
   }
 };
 
@@ -33,20 +31,16 @@ TEST_F(YMSCBServiceTest, UUIDsComeFromTheBaseAndTheOffset) {
   EXPECT_EQ(make(0, 0, ServiceBLEOffset{0xFEE0})->uuid().text(), "fee0");
   EXPECT_EQ(make(0x3512, 0x21180009AF100700, ServiceOffset{0x3})->uuid().text(),
             "00000000-0000-3512-2118-0009af100703");
-  EXPECT_EQ(make(0x3512, 0x21180009AF100700, ServiceBLEOffset{0xFF0E})->uuid().text(),
-            "0000ff0e-0000-3512-2118-0009af100700");
   // One of the two words is a base already.
   EXPECT_EQ(make(0, 1, ServiceOffset{0x180D})->uuid().text(),
             "00000000-0000-0000-0000-00000000180d");
-}
 
-TEST_F(YMSCBServiceTest, CharacteristicsAreDeclaredInFourWays) {
   const auto subject = make(0x1000, 0x800000805F9B34FB, ServiceBLEOffset{0x180D});
+  EXPECT_EQ(subject->uuid().text(), "180d");
   subject->addCharacteristicWithOffset("offset", 5);
   subject->addCharacteristicWithBLEOffset("ble", 0x2A37);
   subject->addCharacteristicWithAddress("address", 0x2A39);
   subject->addCharacteristicWithUuid("uuid", 9, "00000006-0000-3512-2118-0009AF100700");
-
   const struct {
     const char* name;
     const char* text;
@@ -58,13 +52,10 @@ TEST_F(YMSCBServiceTest, CharacteristicsAreDeclaredInFourWays) {
   for (const auto& test : kCases) {
     const auto characteristic = (*subject)[test.name];
     ASSERT_TRUE(characteristic) << test.name;
-    EXPECT_EQ(characteristic->name(), test.name);
     EXPECT_EQ(characteristic->uuid().text(), test.text);
     EXPECT_EQ(characteristic->offset(), test.offset);
     EXPECT_EQ(characteristic->parent(), peripheral) << "not the service";
   }
-  EXPECT_EQ((*subject)["unknown"], nullptr);
-  EXPECT_EQ(subject->characteristics().size(), 4U);
 }
 
 TEST_F(YMSCBServiceTest, ASecondCharacteristicOfANameReplacesTheFirst) {
@@ -74,12 +65,10 @@ TEST_F(YMSCBServiceTest, ASecondCharacteristicOfANameReplacesTheFirst) {
   const auto replacement = (*service)["measurement"];
   EXPECT_EQ(replacement->uuid(), uuid("2a38"));
   EXPECT_EQ(replacement->readCallbacksCount(), 0U);
-  EXPECT_EQ(service->characteristicDict().size(), 2U);
-}
 
-TEST_F(YMSCBServiceTest, SubsetsKeepTheirOrderAndSkipUnknownNames) {
+  // A subset keeps the order of its names and skips those that are unknown.
   EXPECT_EQ(service->characteristicsSubset({"measurement", "nothing", "control"}),
-            (std::vector<UUID>{uuid("2a37"), uuid("2a39")}));
+            (std::vector<UUID>{uuid("2a38"), uuid("2a39")}));
   EXPECT_EQ(warnings(), Journal{"WARNING: characteristic key 'nothing' is not found in service "
                                 "'heart' for characteristicSubset:"});
 }
@@ -126,21 +115,21 @@ TEST_F(YMSCBServiceTest, OneDiscoveryIsPendingAtATime) {
   service->discoverCharacteristics(std::vector<UUID>{uuid("2a39")}, notingDiscovery("second"));
   EXPECT_EQ(device->journal, (Journal{"discoverCharacteristics of 180d: all",
                                       "discoverCharacteristics of 180d: 2a39"}));
-  service->handleDiscoveredCharacteristicsResponse(service->characteristicDict(), kFailure);
-  service->handleDiscoveredCharacteristicsResponse(service->characteristicDict(), kNoError);
+  const auto answer = [this](const ErrorOrNone& error) {
+    service->handleDiscoveredCharacteristicsResponse(service->characteristicDict(), error);
+  };
+  answer(kFailure);
+  answer(kNoError);
   EXPECT_EQ(journal, Journal{"second error 6 control measurement"});
-}
 
-TEST_F(YMSCBServiceTest, ADiscoveryFromInsideItsCallbackLosesItsOwnCallback) {
-  service->setCbService(deviceService);
-  service->discoverCharacteristics(
-      std::nullopt, [this](const CharacteristicDict&, const platform::ErrorOrNone&) {
-        service->discoverCharacteristics(std::nullopt, notingDiscovery("inner"));
-      });
-  service->handleDiscoveredCharacteristicsResponse({}, kNoError);
-  service->handleDiscoveredCharacteristicsResponse({}, kNoError);
-  EXPECT_EQ(device->journal.size(), 2U);
-  EXPECT_TRUE(journal.empty());
+  // One from inside its callback loses its own callback.
+  service->discoverCharacteristics(std::nullopt, [this](const auto&, const auto&) {
+    service->discoverCharacteristics(std::nullopt, notingDiscovery("inner"));
+  });
+  answer(kNoError);
+  answer(kNoError);
+  EXPECT_EQ(device->journal.size(), 4U);
+  EXPECT_EQ(journal.size(), 1U);
 }
 
 }  // namespace

@@ -29,42 +29,29 @@ TEST_F(YMSCBStoredPeripheralsTest, StorageBeginsEmptyAndKeepsWhatIsThere) {
   EXPECT_TRUE(stored.genIdentifiers().empty());
   stored.initializeStorage();
   EXPECT_EQ(onDisk(), Value(Array{}));
-  stored.saveUUID(UUID::withString(kFirst));
+  for (const auto& seen : {kSecond, kFirst, kSecond, std::string()}) {
+    stored.saveUUID(UUID::withString(seen));
+  }
   stored.initializeStorage();
-  EXPECT_EQ(onDisk(), Value(Array{kFirst}));
+  EXPECT_EQ(onDisk(), Value(Array{kSecond, kFirst})) << "each once, in the order first seen";
 
   // Anything that is no list is replaced by one.
   defaults.setObjectForKey(kKey, "text");
+  EXPECT_TRUE(stored.genIdentifiers().empty());
   stored.initializeStorage();
   EXPECT_EQ(onDisk(), Value(Array{}));
 }
 
-TEST_F(YMSCBStoredPeripheralsTest, EachDeviceIsStoredOnceInTheOrderFirstSeen) {
-  stored.saveUUID(UUID::withString(kSecond));
-  stored.saveUUID(UUID::withString(kFirst));
-  stored.saveUUID(UUID::withString(kSecond));
-  stored.saveUUID(UUID());
-  EXPECT_EQ(onDisk(), Value(Array{kSecond, kFirst}));
-  EXPECT_EQ(stored.genIdentifiers(),
-            (std::vector<UUID>{UUID::withString(kSecond), UUID::withString(kFirst)}));
-}
-
-TEST_F(YMSCBStoredPeripheralsTest, DeletingRemovesEveryEqualEntry) {
-  defaults.setObjectForKey(kKey, Array{kFirst, kSecond, kFirst, 5});
-  stored.deleteUUID(UUID::withString(kFirst));
-  EXPECT_EQ(onDisk(), Value(Array{kSecond, 5}));
-  stored.deleteUUID(UUID::withString(kFirst));
-  EXPECT_EQ(onDisk(), Value(Array{kSecond, 5}));
-}
-
-TEST_F(YMSCBStoredPeripheralsTest, WhatIsNoIdentifierIsSkipped) {
+TEST_F(YMSCBStoredPeripheralsTest, WhatIsNoIdentifierIsSkippedButStays) {
   defaults.setObjectForKey(
       kKey, Array{"nonsense", 7, kSecond, "", "180d", Array{kFirst},
                   "aaaaaaaa-0000-4000-8000-00000000000g", "AAAAAAAA-0000-4000-8000-000000000001"});
   EXPECT_EQ(stored.genIdentifiers(),
             (std::vector<UUID>{UUID::withString(kSecond), UUID::withString(kFirst)}));
-  defaults.setObjectForKey(kKey, kFirst);
-  EXPECT_TRUE(stored.genIdentifiers().empty());
+
+  defaults.setObjectForKey(kKey, Array{kFirst, kSecond, kFirst, 5});
+  stored.deleteUUID(UUID::withString(kFirst));
+  EXPECT_EQ(onDisk(), Value(Array{kSecond, 5})) << "every equal entry goes";
 }
 
 }  // namespace

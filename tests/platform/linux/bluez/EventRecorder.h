@@ -35,6 +35,9 @@ class EventRecorder final : public CentralManagerDelegate, public PeripheralDele
                                                 const ErrorOrNone& error) override;
   void peripheralDidDiscoverServices(const std::shared_ptr<Peripheral>& peripheral,
                                      const ErrorOrNone& error) override;
+  void peripheralDidDiscoverIncludedServicesForService(
+      const std::shared_ptr<Peripheral>& peripheral, const std::shared_ptr<Service>& service,
+      const ErrorOrNone& error) override;
   void peripheralDidDiscoverCharacteristicsForService(const std::shared_ptr<Peripheral>& peripheral,
                                                       const std::shared_ptr<Service>& service,
                                                       const ErrorOrNone& error) override;
