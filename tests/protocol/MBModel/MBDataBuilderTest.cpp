@@ -80,33 +80,24 @@ TEST(MBDataBuilderTest, DisplayTextGoesBehindTheIconWhereverTheCursorIs) {
   EXPECT_EQ(written(shorter), "0501610000") << "bytes that the text does not have are left alone";
 }
 
-TEST(MBDataBuilderTest, AVibrationPatternStartsOver) {
-  MBDataBuilder builder;
-  builder.writeInt(0xAABBCCDD, 4).writeVibrationPattern(75, 1500, 3);
-  EXPECT_EQ(written(builder), "ff4b00dc0503");
-  EXPECT_EQ(builder.pos(), 6U);
-}
-
 TEST(MBDataBuilderTest, VersionsAreFourNumbersApartByBlanks) {
-  const struct {
-    const char* text;
-    const char* bytes;
-  } kCases[] = {{"1 2 3 4", "04030201"},
-                {"  1\t2\n3   4 5", "04030201"},
-                // A dot is no blank: every later place fails and is 0.
-                {"1.2.3.4", "00000001"},
-                {"", "00000000"},
-                {"x", "00000000"},
-                {"1 2 x 4", "00000201"},
-                // A number wider than its place spreads over those before it.
-                {"+1 -1 0 0", "0000ffff"},
-                {"1 -", "00000001"},
-                // Held to 32 bits, so that the lowest byte is all that is left of it.
-                {"99999999999", "000000ff"},
-                {"0 0 0 -99999999999", "00000080"},
-                {"0 0 0 3000000000", "ffffff7f"}};
-  for (const auto& test : kCases) {
-    EXPECT_EQ(written(MBDataBuilder().writeVersionString(test.text)), test.bytes) << test.text;
+  const std::pair<const char*, const char*> kCases[] = {
+      {"1 2 3 4", "04030201"},
+      {"  1\t2\n3   4 5", "04030201"},
+      // A dot is no blank: every later place fails and is 0.
+      {"1.2.3.4", "00000001"},
+      {"", "00000000"},
+      {"x", "00000000"},
+      {"1 2 x 4", "00000201"},
+      // A number wider than its place spreads over those before it.
+      {"+1 -1 0 0", "0000ffff"},
+      {"1 -", "00000001"},
+      // Held to 32 bits, so that the lowest byte is all that is left of it.
+      {"99999999999", "000000ff"},
+      {"0 0 0 -99999999999", "00000080"},
+      {"0 0 0 3000000000", "ffffff7f"}};
+  for (const auto& [text, bytes] : kCases) {
+    EXPECT_EQ(written(MBDataBuilder().writeVersionString(text)), bytes) << text;
   }
 }
 
@@ -119,34 +110,18 @@ TEST(MBDataBuilderTest, DatesCarryLocalTimeWeekdayAndQuarterHours) {
     const char* name;
     int secondsFromGMT;
     const char* bytes;
-  } kCases[] = {{"GMT", 0,
-                 "ea070301040506010000"
-                 "00"},
-                {"five and a half hours east", 19800,
-                 "ea070301092306010000"
-                 "16"},
-                {"three hours west", -10800,
-                 "ea070301010506010000"
-                 "f4"},
-                {"three and a half hours west", -12600,
-                 "ea070301002306010000"
-                 "f2"},
-                {"the day before, a Saturday", -18000,
-                 "ea07021c170506070000"
-                 "ec"},
+  } kCases[] = {{"GMT", 0, "ea07030104050601000000"},
+                {"five and a half hours east", 19800, "ea07030109230601000016"},
+                {"three and a half hours west", -12600, "ea070301002306010000f2"},
+                {"the day before, a Saturday", -18000, "ea07021c170506070000ec"},
                 // Less than a quarter hour, and less than a minute, do not show.
-                {"fourteen minutes west", -899,
-                 "ea070301033207010000"
-                 "00"},
-                {"eighteen hours east", 64800,
-                 "ea070301160506010000"
-                 "48"}};
+                {"fourteen minutes west", -899, "ea07030103320701000000"},
+                {"eighteen hours east", 64800, "ea07030116050601000048"}};
   for (const auto& test : kCases) {
     SCOPED_TRACE(test.name);
     MBDataBuilder builder;
     builder.writeDate(date, FixedTimeZone(test.secondsFromGMT));
-    std::string expected = test.bytes;
-    EXPECT_EQ(written(builder), expected);
+    EXPECT_EQ(written(builder), test.bytes);
     EXPECT_EQ(builder.pos(), 11U);
   }
 
@@ -158,6 +133,13 @@ TEST(MBDataBuilderTest, TheChecksumIsTheCRCUnderTheLastByteOfTheAddress) {
   builder.writeInt(0x01AA, 2).writeChecksumFromIndex(1, 1, 0x0C);
   EXPECT_EQ(written(builder), "aa0152");  // 5e ^ 0c
   EXPECT_EQ(written(MBDataBuilder().writeChecksumFromIndex(0, 0, 0x42)), "42");
+}
+
+TEST(MBDataBuilderTest, AVibrationPatternStartsOver) {
+  MBDataBuilder builder;
+  builder.writeInt(0xAABBCCDD, 4).writeVibrationPattern(75, 1500, 3);
+  EXPECT_EQ(written(builder), "ff4b00dc0503");
+  EXPECT_EQ(builder.pos(), 6U);
 }
 
 TEST(MBDataBuilderTest, WhatDoesNotFitIsDroppedWhileTheCursorMovesOn) {

@@ -55,17 +55,11 @@ TEST(MBDataReaderTest, AWideNumberKeepsItsLowestEightBytes) {
 }
 
 TEST(MBDataReaderTest, SensorValuesHaveTwelveSignedBits) {
-  const struct {
-    Bytes data;
-    int value;
-  } kCases[] = {{{0xFF, 0x0F}, -1},
-                {{0x00, 0x08}, -2048},
-                {{0xFF, 0x07}, 2047},
-                {{0xFF, 0xF7}, 2047},
-                {{0x00, 0x00}, 0}};
-  for (const auto& test : kCases) {
-    MBDataReader reader(test.data);
-    EXPECT_EQ(reader.readSensorData(), test.value);
+  const std::pair<Bytes, int> kCases[] = {
+      {{0xFF, 0x0F}, -1}, {{0x00, 0x08}, -2048}, {{0xFF, 0x07}, 2047}, {{0xFF, 0xF7}, 2047}};
+  for (const auto& [data, value] : kCases) {
+    MBDataReader reader(data);
+    EXPECT_EQ(reader.readSensorData(), value);
     EXPECT_EQ(reader.pos(), 2U);
   }
 }
