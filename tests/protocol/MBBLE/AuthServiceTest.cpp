@@ -34,11 +34,9 @@ class AuthServiceTest : public SessionFixture {
   }
   /// A random-number message; the header is arbitrary.
   static Bytes challenge(std::uint8_t fill) { return Bytes(19, fill); }
-  static const Bytes kAccepted;
-  static const Bytes kRefused;
 };
-const Bytes AuthServiceTest::kAccepted{0x10, 0x03, 0x01};
-const Bytes AuthServiceTest::kRefused{0x10, 0x03, 0x04};
+const Bytes kAccepted{0x10, 0x03, 0x01};
+const Bytes kRefused{0x10, 0x03, 0x04};
 
 TEST_F(AuthServiceTest, ProvesTheKeyOfTheProviderAsItIsNow) {
   connectBand();

@@ -61,17 +61,16 @@ TEST_F(MBPeripheralTest, IsSetUpInOrderOnceTheBandAcceptsTheKey) {
             (Lines{"", "", "80% ", "80% "}));
 }
 
-struct FailingStage {
-  RadioOperation operation;
-  platform::UUID on;
-  std::string_view message;
-  /// The band is used all the same: what fails late is not waited for.
-  bool isInitialized = false;
-};
-
 TEST_F(MBPeripheralTest, EachStagesFailureIsNamedAndHandedOn) {
   using Op = RadioOperation;
-  const FailingStage stages[] = {
+  const struct {
+    Op operation;
+    std::optional<platform::UUID> on;
+    std::string_view message;
+    /// The band is used all the same: what fails late is not waited for.
+    bool isInitialized = false;
+  } stages[] = {
+      {Op::discoverServices, std::nullopt, "discoverServices error:"},
       {Op::discoverCharacteristics, band::kAuthService, "auth discoverCharacteristics error:"},
       {Op::setNotify, band::kAuthInfo, "auth notifyAuthSet error:"},
       {Op::discoverCharacteristics, band::kControlService, "ctrl discoverCharacteristics error:"},
@@ -94,21 +93,9 @@ TEST_F(MBPeripheralTest, EachStagesFailureIsNamedAndHandedOn) {
     EXPECT_EQ(countOfLog(LogLevel::error, "Error connecting to peripheral. no (code 42)"),
               stage.isInitialized ? 0U : 1U);
     EXPECT_EQ(manager->state(), stage.isInitialized ? SessionState::connected : SessionState::idle);
-    manager->disconnectMi();
-    settle();
+    disconnectBand();
   }
-}
 
-TEST_F(MBPeripheralTest, ConnectingOrFindingServicesMayFailToo) {
-  phone.radio.failNext(RadioOperation::discoverServices, {42, "no"});
-  makeManager();
-  runFor(Seconds(3));
-  EXPECT_TRUE(hasLog(LogLevel::warning, "discoverServices error: no (code 42)"));
-  EXPECT_TRUE(hasLog(LogLevel::error, "Error connecting to peripheral. no (code 42)"));
-  manager->disconnectMi();
-  settle();
-
-  forgetRecords();
   phone.radio.failNextConnect({10, "radio"});
   manager->doConnectWithPeripheral(peripheral());
   settle();
@@ -116,16 +103,16 @@ TEST_F(MBPeripheralTest, ConnectingOrFindingServicesMayFailToo) {
             (Lines{"Error connecting to peripheral. radio (code 10)",
                    "Failed to connect :( radio (code 10)"}));
   EXPECT_EQ(manager->state(), SessionState::idle);
-}
 
-TEST_F(MBPeripheralTest, TheFourServicesComeInOrderAndSeveralFailuresAreHandedOnOnce) {
+  // Several failures are handed on once.
   keys.onRequest = [&] {
     for (long code = 1; code <= 4; ++code) {
       phone.radio.failNext(RadioOperation::discoverCharacteristics, {code, "no"});
     }
   };
-  makeManager();
-  runFor(Seconds(3));
+  forgetRecords();
+  manager->doConnectWithPeripheral(peripheral());
+  settle();
   EXPECT_EQ(phone.log.messages("MBPeripheral"),
             (Lines{"ctrl discoverCharacteristics error: no (code 1)",
                    "ancs discoverCharacteristics error. no (code 2)",
@@ -146,8 +133,7 @@ TEST_F(MBPeripheralTest, ALinkLostAtAnyPointOfTheSetUpIsMadeAnew) {
     EXPECT_TRUE(peripheral()->isInitialized());
     EXPECT_TRUE(peripheral()->batteryInfo());
     EXPECT_EQ(manager->state(), SessionState::connected);
-    manager->disconnectMi();
-    settle();
+    disconnectBand();
   }
 }
 

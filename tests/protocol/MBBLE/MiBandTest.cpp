@@ -65,30 +65,29 @@ TEST_F(MiBandTest, HandsEveryRequestToTheManager) {
   EXPECT_EQ(manager->state(), SessionState::scanning);
   runFor(Seconds(3));
   mi->sendHeartRequestWithMode(2);
-  EXPECT_TRUE(manager->isHeartRateActive());
   mi->connectedMode(true);
-  EXPECT_TRUE(manager->isConnectedMode());
   mi->lockToMac();
-  EXPECT_EQ(manager->macToLock(), peripheral()->mac());
   mi->setDateTime(phone.clock.now());
-  EXPECT_TRUE(manager->isSetTimeActive());
   mi->requestSteps();
-  EXPECT_TRUE(manager->isStepsActive());
+  EXPECT_TRUE(manager->isHeartRateActive() && manager->isConnectedMode());
+  EXPECT_TRUE(manager->isSetTimeActive() && manager->isStepsActive());
+  EXPECT_EQ(manager->macToLock(), peripheral()->mac());
   settle();
   ASSERT_FALSE(band->setBatteryLevel(12));
   mi->getBatteryInfo();
+  mi->stopVibration();
+  mi->removeLock();
   settle();
   EXPECT_EQ(peripheral()->batteryInfo()->level(), 12U);
-  mi->stopVibration();
-  settle();
   EXPECT_EQ(writesTo("2a06"), Lines{"00"});
-  mi->removeLock();
   EXPECT_EQ(manager->macToLock(), "");
   forgetRecords();
   mi->pairMi();
   mi->requestHkAuthorization();
   settle();
   EXPECT_EQ(writes(), Lines{});
+  mi->authenticateAnew();
+  EXPECT_EQ(manager->authVerdict(), mbservices::AuthVerdict::none);
 }
 
 TEST_F(MiBandTest, OneWatchdogRunsAndNoneOutlivesItsOwner) {

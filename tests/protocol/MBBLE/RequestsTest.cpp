@@ -29,7 +29,7 @@ class RequestsTest : public SessionFixture {
   }
 };
 
-// --- What is dropped, and what starts a connection ---
+// --- What is dropped ---
 
 TEST_F(RequestsTest, WithoutPowerRequestsAreOnlyLogged) {
   connectBand();
@@ -39,13 +39,14 @@ TEST_F(RequestsTest, WithoutPowerRequestsAreOnlyLogged) {
   send(alert(1, 9, 4, "Anna"));
   manager->requestHeartRequestWithMode(2);
   manager->requestSteps();
+  manager->syncClock();
   EXPECT_EQ(phone.log.messages("MBCentralManager"),
             (Lines{"Request for Alert vibration with mode Repeat 1 Icon 9 Pattern 4 Text: "
                    "<private> ...",
                    "Request for Heart Rate measurement with mode 2 ...",
-                   "Request for Step measurement ..."}));
+                   "Request for Step measurement ...", "Request for Clock synchronisation ..."}));
   EXPECT_FALSE(manager->isNotificationActive() || manager->isHeartRateActive() ||
-               manager->isStepsActive());
+               manager->isStepsActive() || manager->isClockSyncActive());
   EXPECT_EQ(watchdogs(), std::vector<long>{});
 }
 
@@ -71,86 +72,21 @@ TEST_F(RequestsTest, AnAlertWithoutIconOrRepeatIsNotSentButEndsAStop) {
   EXPECT_TRUE(hasLog(LogLevel::error, "No need to forward (possible) notification"));
 }
 
-TEST_F(RequestsTest, WithoutAKnownBandOnlyAnAlertLooksForOne) {
-  band->setIsInRange(false);
-  makeManager();
-  settle();
-  manager->requestSteps();
-  manager->requestHeartRequestWithMode(0);
-  EXPECT_TRUE(manager->isStepsActive() && manager->isHeartRateActive());
-  EXPECT_EQ(watchdogs(), std::vector<long>{45});
-  EXPECT_EQ(manager->state(), SessionState::idle);
-  send(alert(1, 28));
-  EXPECT_EQ(manager->state(), SessionState::scanning);
-  band->setIsInRange(true);
-  runFor(Milliseconds(100));
-  EXPECT_EQ(writesTo("2a06"), Lines{"02"});
-}
-
-TEST_F(RequestsTest, ABandThatIsAwayIsConnectedAndServedThen) {
-  connectBand();
-  manager->disconnectMi();
-  settle();
-  forgetRecords();
-  send(alert(2, 9, 0, "Hi"));
-  EXPECT_EQ(manager->state(), SessionState::connecting);
-  runFor(Seconds(5));
-  EXPECT_EQ(writesTo("2a46"), (Lines{"05014869 ack", "05014869 ack"}));
-  EXPECT_EQ(writesTo("2a06"), Lines{"fff401f40102"});
-}
-
-TEST_F(RequestsTest, ABandThatIsNotSetUpIsWaitedForSixTicks) {
-  band->refuseAuthentication(1000);
-  makeManager();
-  runFor(Milliseconds(2100));
-  send(alert(1, 1));
-  runFor(Milliseconds(500));
-  // Two more in the meantime: there is one wait, and it begins with the last of them.
-  send(alert(1, 1));
-  runFor(Milliseconds(500));
-  send(alert(1, 28));
-  runFor(Milliseconds(14999));
-  EXPECT_FALSE(hasLog(LogLevel::warning, "No retries left for request..."));
-  runFor(Milliseconds(1));
-  EXPECT_EQ(countOfLog(LogLevel::warning, "No retries left for request..."), 1U);
-  EXPECT_TRUE(manager->isNotificationActive()) << "served at the next connection";
-  runFor(Seconds(20));
-  EXPECT_EQ(countOfLog(LogLevel::warning, "No retries left for request..."), 1U);
-}
-
-TEST_F(RequestsTest, TheTickAfterTheSetUpServesWhatIsStillRaised) {
-  band->refuseAuthentication(1);
-  makeManager();
-  runFor(Milliseconds(2100));
-  send(alert(1, 28));
-  runFor(Milliseconds(5000));
-  ASSERT_TRUE(peripheral()->isInitialized());
-  EXPECT_EQ(writesTo("2a06"), Lines{"02"}) << "by the connection";
-  runFor(Milliseconds(1999));
-  EXPECT_EQ(writesTo("2a06").size(), 1U);
-  runFor(Milliseconds(1));
-  EXPECT_EQ(writesTo("2a06").size(), 2U) << "a plain alert counts as waiting until it is stopped";
-  runFor(Seconds(10));
-  EXPECT_EQ(writesTo("2a06").size(), 2U);
-  EXPECT_FALSE(hasLog(LogLevel::warning, "No retries left"));
-}
-
 // --- Alerts ---
 
 TEST_F(RequestsTest, TheFirstAlertOfALinkWaitsASecond) {
-  struct Case {
+  const struct {
     std::string_view what;
     std::uint64_t icon;
     bool isConnectedMode;
     bool needsParams;
     std::string_view first;
-  };
-  const Case cases[] = {{"plain", 30, false, true, "1000 2a06 00"},
-                        {"plain, only shown", 28, false, true, "0 2a06 02"},
-                        {"notification", 29, false, false, "1000 2a46 030100 ack"},
-                        {"connected mode", 30, true, false, "0 2a06 00"},
-                        {"connected mode, notification", 29, true, false, "0 2a46 030100 ack"},
-                        {"connected mode, link changing", 30, true, true, "1000 2a06 00"}};
+  } cases[] = {{"plain", 30, false, true, "1000 2a06 00"},
+               {"plain, only shown", 28, false, true, "0 2a06 02"},
+               {"notification", 29, false, false, "1000 2a46 030100 ack"},
+               {"connected mode", 30, true, false, "0 2a06 00"},
+               {"connected mode, notification", 29, true, false, "0 2a46 030100 ack"},
+               {"connected mode, link changing", 30, true, true, "1000 2a06 00"}};
   for (const auto& test : cases) {
     SCOPED_TRACE(test.what);
     manager.reset();
@@ -160,14 +96,10 @@ TEST_F(RequestsTest, TheFirstAlertOfALinkWaitsASecond) {
     forgetRecords();
     send(alert(1, test.icon));
     runFor(Milliseconds(1000));
-    auto sent = writes();
-    if (test.needsParams) {
-      ASSERT_FALSE(sent.empty());
-      EXPECT_EQ(sent.front(), "0 " + kLowParams);
-      sent.erase(sent.begin());
-    }
-    ASSERT_FALSE(sent.empty());
-    EXPECT_EQ(sent.front(), test.first);
+    const std::size_t params = test.needsParams ? 1 : 0;
+    ASSERT_GT(writes().size(), params);
+    EXPECT_EQ(writes().at(params), test.first);
+    EXPECT_EQ(writes().front() == "0 " + kLowParams, test.needsParams);
 
     runFor(Seconds(5));
     forgetRecords();
@@ -176,54 +108,45 @@ TEST_F(RequestsTest, TheFirstAlertOfALinkWaitsASecond) {
     EXPECT_FALSE(writes().empty()) << "the next one does not wait";
     runFor(Seconds(1));
     manager->connectedMode(false);
-    manager->disconnectMi();
-    settle();
-    forgetRecords();
+    disconnectBand();
     send(alert(1, 4));
     runFor(Milliseconds(999));
     EXPECT_EQ(writesTo("2a06"), Lines{}) << "the first one again";
   }
 }
 
-TEST_F(RequestsTest, PlainIconsGoToOneServiceAndStayRaised) {
+TEST_F(RequestsTest, AnIconIsFollowedByThePatternAndTheTextUnlessItIsAPlainOne) {
   connectBand();
   sendFirstAlert();
-  for (const std::uint64_t icon : {1, 4, 26, 28, 30}) {
-    SCOPED_TRACE(icon);
+  const struct {
+    std::uint64_t icon;
+    std::optional<std::string> text;
+    Lines writes;
+  } cases[] = {
+      {2, "Hello", {"0 2a46 fa01ff ack", "100 2a06 ff4b00dc0503", "2000 2a46 050148656c6c6f ack"}},
+      {9, std::nullopt, {"0 2a46 050100 ack", "100 2a06 ff4b00dc0503"}},
+      {29, "Hello", {"0 2a46 030148656c6c6f ack"}},
+      // The plain ones stay raised until they are stopped.
+      {1, "unseen", {"0 2a06 ff4b00dc0503"}},
+      {4, "unseen", {"0 2a06 fe", "150 2a06 ff4b00dc0503"}},
+      {26, "unseen", {"0 2a06 01", "150 2a06 ff4b00dc0503"}},
+      {28, "unseen", {"0 2a06 02"}},
+      {30, "unseen", {"0 2a06 00", "150 2a06 ff4b00dc0503"}}};
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.icon);
+    const auto mode = alert(3, test.icon, 7, test.text);
     forgetRecords();
-    send(alert(3, icon, 7, "unseen"));
-    runFor(Seconds(5));
-    EXPECT_EQ(writesTo("2a46"), Lines{});
-    EXPECT_FALSE(writesTo("2a06").empty());
-    EXPECT_TRUE(manager->isNotificationActive());
+    send(mode);
+    const bool isPlain = test.text == "unseen";
+    EXPECT_EQ(manager->isNotificationActive(), isPlain) << "right after the call";
+    runFor(Seconds(10));
+    EXPECT_EQ(writes(), test.writes);
+    const bool isFollowed = test.icon == 2 || test.icon == 9;
+    EXPECT_EQ(mode->iconId(), isFollowed ? 1U : test.icon) << "the pattern goes without it";
   }
-}
 
-TEST_F(RequestsTest, OtherIconsAreFollowedByThePatternAndTheText) {
-  connectBand();
-  sendFirstAlert();
-  const auto mode = alert(3, 2, 7, "Hello");
-  send(mode);
-  EXPECT_FALSE(manager->isNotificationActive()) << "right after the call";
-  runFor(Seconds(10));
-  EXPECT_EQ(writes(),
-            (Lines{"0 2a46 fa01ff ack", "100 2a06 ff4b00dc0503", "2000 2a46 050148656c6c6f ack"}));
-  EXPECT_EQ(mode->iconId(), 1U);
-
+  // What the band refuses is not followed.
   forgetRecords();
-  send(alert(3, 9));
-  runFor(Seconds(10));
-  EXPECT_EQ(writes(), (Lines{"0 2a46 050100 ack", "100 2a06 fff401f40103"})) << "no text";
-
-  forgetRecords();
-  send(alert(3, 29, 7, "Hello"));
-  runFor(Seconds(10));
-  EXPECT_EQ(writes(), Lines{"0 2a46 030148656c6c6f ack"}) << "nothing follows icon 29";
-}
-
-TEST_F(RequestsTest, AnAlertThatTheBandRefusesIsNotFollowed) {
-  connectBand();
-  sendFirstAlert();
   phone.radio.failNext(RadioOperation::write, {13, "refused"}, band::kNewAlert);
   send(alert(3, 2, 7, "Hello"));
   runFor(Seconds(10));
@@ -272,15 +195,6 @@ TEST_F(RequestsTest, ACallThatRingsOnAfterItsLinkCostsNoLaterAlert) {
   EXPECT_EQ(writesTo("2a06").size(), 1U) << "the pattern follows the icon";
 }
 
-TEST_F(RequestsTest, TheLinkIsKeptByTheAlertsRepeat) {
-  connectBand();
-  for (const auto& [repeat, seconds] : std::initializer_list<std::pair<std::uint64_t, long>>{
-           {1, 20}, {9, 20}, {10, 45}, {100, 45}, {101, 180}, {150, 180}}) {
-    send(alert(repeat, 1));
-    EXPECT_EQ(watchdogs(), std::vector<long>{seconds}) << repeat;
-  }
-}
-
 TEST_F(RequestsTest, StoppingShortensALongAlertForTheNextLink) {
   connectBand();
   sendFirstAlert();
@@ -297,7 +211,6 @@ TEST_F(RequestsTest, StoppingShortensALongAlertForTheNextLink) {
     EXPECT_EQ(watchdogs(), std::vector<long>{20});
     EXPECT_FALSE(manager->isNotificationActive());
     EXPECT_TRUE(peripheral()->alertService().shouldStop());
-    EXPECT_TRUE(peripheral()->ancsAlertService().shouldStop());
   }
 }
 
@@ -313,8 +226,7 @@ TEST_F(RequestsTest, HeartRateIsMeasuredInTheModeAskedForLast) {
   EXPECT_EQ(writes(), (Lines{"0 2a39 150101 ack", "0 2a39 150101 ack"}));
   EXPECT_EQ(watchdogs(), std::vector<long>{45});
 
-  manager->disconnectMi();
-  settle();
+  disconnectBand();
   connectBand();
   manager->requestHeartRequestWithMode(1);
   runFor(Seconds(2));
@@ -335,7 +247,7 @@ TEST_F(RequestsTest, AMeasurementThatCouldNotBeAskedForIsAskedForOnTheNextLink) 
   EXPECT_EQ(writesTo("2a39"), Lines{"150201 ack"});
 }
 
-TEST_F(RequestsTest, StepsArePostedOnce) {
+TEST_F(RequestsTest, StepsArePostedOnceAlsoWhereThereIsNoReading) {
   connectBand();
   band->setSteps(70000);
   settle();
@@ -343,17 +255,13 @@ TEST_F(RequestsTest, StepsArePostedOnce) {
   settle();
   EXPECT_EQ(posted(kSteps, "steps"), Lines{"70000"});
   EXPECT_FALSE(manager->isStepsActive());
-  EXPECT_EQ(watchdogs(), std::vector<long>{45});
-}
 
-TEST_F(RequestsTest, AReadThatDiesWithItsLinkSaysThatThereIsNoReading) {
-  connectBand();
   phone.radio.timings.exchange = Seconds(1);
   manager->requestSteps();
   runFor(Milliseconds(500));
   band->drop(6);
   settle();
-  EXPECT_EQ(posted(kSteps, "steps"), Lines{"999999"});
+  EXPECT_EQ(posted(kSteps, "steps"), (Lines{"70000", "999999"}));
   EXPECT_FALSE(manager->isStepsActive());
 }
 
@@ -365,9 +273,7 @@ TEST_F(RequestsTest, TheBatteryIsReadOfEveryConnectedBand) {
   manager->getBatteryInfo();
   settle();
   EXPECT_EQ(peripheral()->batteryInfo()->level(), 33U);
-  manager->disconnectMi();
-  settle();
-  forgetRecords();
+  disconnectBand();
   manager->getBatteryInfo();
   settle();
   EXPECT_TRUE(phone.log.lines().empty());
@@ -388,19 +294,18 @@ class StopwatchTest : public RequestsTest {
 };
 
 TEST_F(StopwatchTest, EightyThreeSecondsInEveryZoneAndAcrossMidnight) {
-  struct Case {
+  const struct {
     int zone;          ///< seconds east of GMT
     int hour, minute;  ///< local, when it is started
     Seconds elapsed;
     std::string_view shown;
-  };
-  const Case cases[] = {{0, 12, 0, Seconds(83), "00:01:23"},
-                        {19800, 12, 0, Seconds(83), "00:01:23"},
-                        {-10800, 3, 30, Seconds(83), "00:01:23"},
-                        {50400, 23, 0, Seconds(83), "00:01:23"},
-                        {3600, 23, 59, Seconds(83), "00:01:23"},
-                        {3600, 23, 59, Seconds(60), "00:01:00"},
-                        {-18000, 20, 0, Seconds(23 * 3600 + 59 * 60 + 58), "23:59:58"}};
+  } cases[] = {{0, 12, 0, Seconds(83), "00:01:23"},
+               {19800, 12, 0, Seconds(83), "00:01:23"},
+               {-10800, 3, 30, Seconds(83), "00:01:23"},
+               {50400, 23, 0, Seconds(83), "00:01:23"},
+               {3600, 23, 59, Seconds(83), "00:01:23"},
+               {3600, 23, 59, Seconds(60), "00:01:00"},
+               {-18000, 20, 0, Seconds(23 * 3600 + 59 * 60 + 58), "23:59:58"}};
   for (const auto& test : cases) {
     SCOPED_TRACE(test.zone);
     manager.reset();
@@ -422,17 +327,6 @@ TEST_F(StopwatchTest, EightyThreeSecondsInEveryZoneAndAcrossMidnight) {
     EXPECT_EQ(writesTo("2a2b").size(), 2U);
     EXPECT_FALSE(manager->isSetTimeActive());
   }
-}
-
-TEST_F(StopwatchTest, ABandThatIsAwayIsSetAfterConnecting) {
-  connectBand();
-  manager->disconnectMi();
-  settle();
-  forgetRecords();
-  manager->setDateTime(start());
-  EXPECT_EQ(manager->state(), SessionState::connecting);
-  settle();
-  EXPECT_EQ(writesTo("2a2b"), Lines{"ea07030200000102000000 ack"});
 }
 
 TEST_F(StopwatchTest, WithoutTheBandsTimeNothingIsPostedButTheTimeIsSet) {
@@ -458,8 +352,7 @@ TEST_F(StopwatchTest, WithoutTheBandsTimeNothingIsPostedButTheTimeIsSet) {
 
 TEST_F(StopwatchTest, ABandThatIsNotSetUpIsSetWhenItIs) {
   connectBand();
-  manager->disconnectMi();
-  settle();
+  disconnectBand();
   band->refuseAuthentication(1);
   manager->doConnectWithPeripheral(peripheral());
   settle();
@@ -498,9 +391,7 @@ TEST_F(ClockSyncTest, TheBandIsToldThePresentAndNothingIsReported) {
 
 TEST_F(ClockSyncTest, ABandThatIsAwayGetsTheTimeOfTheWriteAndNotOfTheRequest) {
   connectBand();
-  manager->disconnectMi();
-  settle();
-  forgetRecords();
+  disconnectBand();
   band->setIsInRange(false);
   manager->syncClock();
   runFor(Seconds(30));
@@ -509,9 +400,18 @@ TEST_F(ClockSyncTest, ABandThatIsAwayGetsTheTimeOfTheWriteAndNotOfTheRequest) {
   settle();
   ASSERT_EQ(writesTo("2a2b").size(), 1U);
   EXPECT_TRUE(writesTo("2a2b").front().starts_with(present()));
+
+  // One that is not known yet is looked for.
+  manager.reset();
+  makeManager();
+  settle();
+  manager->syncClock();
+  runFor(Milliseconds(100));
+  ASSERT_EQ(writesTo("2a2b").size(), 1U);
+  EXPECT_TRUE(writesTo("2a2b").front().starts_with(present()));
 }
 
-TEST_F(ClockSyncTest, ALinkThatIsLostMeanwhileIsMadeAnew) {
+TEST_F(ClockSyncTest, IsMadeUpForAfterALostLinkUnlessEverythingIsGivenUp) {
   connectBand();
   phone.radio.timings.exchange = Seconds(1);
   manager->syncClock();
@@ -521,12 +421,8 @@ TEST_F(ClockSyncTest, ALinkThatIsLostMeanwhileIsMadeAnew) {
   settle();
   EXPECT_FALSE(manager->isClockSyncActive());
   EXPECT_EQ(writesTo("2a2b").size(), 1U);
-}
 
-TEST_F(ClockSyncTest, IsGivenUpWithEverythingElse) {
-  connectBand();
-  manager->disconnectMi();
-  settle();
+  disconnectBand();
   band->setIsInRange(false);
   manager->syncClock();
   manager->disconnectMi();
@@ -551,6 +447,25 @@ TEST_F(RequestsTest, ANewKeyIsTriedOnANewLink) {
   EXPECT_EQ(manager->authVerdict(), mbservices::AuthVerdict::accepted);
   EXPECT_TRUE(peripheral()->isInitialized());
   EXPECT_EQ(watchdogs().size(), 1U) << "and the band is let go again";
+}
+
+TEST_F(RequestsTest, WithoutALinkANewKeyIsTriedOnTheNextOne) {
+  const std::pair<std::string_view, std::function<void()>> cases[] = {
+      {"a band that was let go", [this] { disconnectBand(); }},
+      {"no band known yet", [this] { makeManager(); }},
+      {"no power", [this] { phone.radio.setState(platform::CentralState::poweredOff); }}};
+  for (const auto& [what, begin] : cases) {
+    SCOPED_TRACE(what);
+    manager.reset();
+    connectBand();
+    begin();
+    settle();
+    manager->authenticateAnew();
+    EXPECT_EQ(manager->authVerdict(), mbservices::AuthVerdict::none);
+    phone.radio.setState(platform::CentralState::poweredOn);
+    runFor(Seconds(3));
+    EXPECT_EQ(manager->authVerdict(), mbservices::AuthVerdict::accepted);
+  }
 }
 
 // --- Lock and report ---
@@ -607,10 +522,10 @@ TEST_F(LockTest, AFileThatCannotBeChangedIsAWarning) {
 
 TEST_F(LockTest, TheReportHasFiveEntriesAndABlankBehindEachBand) {
   const auto report = [&] {
+    constexpr std::string_view kName = "org.corvale.wrixel2.capabilities";
     phone.distributedNotificationCenter.clearPostings();
     manager->sendPeripheralCapabilities();
-    const auto postings =
-        phone.distributedNotificationCenter.postings("org.corvale.wrixel2.capabilities");
+    const auto postings = phone.distributedNotificationCenter.postings(kName);
     EXPECT_EQ(postings.size(), 1U);
     EXPECT_FALSE(postings.back().object);
     std::string text;
@@ -621,42 +536,23 @@ TEST_F(LockTest, TheReportHasFiveEntriesAndABlankBehindEachBand) {
   };
   makeManager();
   settle();
-  EXPECT_EQ(report(),
-            "batteryStatus=;currentCalories=;currentDistance=;currentSteps=;"
-            "isHealtKitSupported=true;");
+  const std::string none = "currentCalories=;currentDistance=;currentSteps=;";
+  EXPECT_EQ(report(), "batteryStatus=;" + none + "isHealtKitSupported=true;");
   band->setDistance(2874);
   runFor(Seconds(3));
-  EXPECT_EQ(report(),
-            "batteryStatus=80% ;currentCalories=;currentDistance=;currentSteps=;"
-            "isHealtKitSupported=true;")
+  EXPECT_EQ(report(), "batteryStatus=80% ;" + none + "isHealtKitSupported=true;")
       << "without steps the other counters are left out";
   band->setCalories(96);
   band->setSteps(4021);
   settle();
-  EXPECT_EQ(report(),
-            "batteryStatus=80% ;currentCalories=96 ;currentDistance=2874m ;currentSteps=4021 ;"
-            "isHealtKitSupported=true;");
+  const std::string counters = "currentCalories=96 ;currentDistance=2874m ;currentSteps=4021 ;";
+  EXPECT_EQ(report(), "batteryStatus=80% ;" + counters + "isHealtKitSupported=true;");
   peripheral()->setBatteryInfo(mbmodel::MBBatteryInfoModel());
   phone.healthStore.setIsHealthDataAvailable(false);
-  EXPECT_EQ(report(),
-            "batteryStatus=;currentCalories=96 ;currentDistance=2874m ;currentSteps=4021 ;"
-            "isHealtKitSupported=false;");
+  EXPECT_EQ(report(), "batteryStatus=;" + counters + "isHealtKitSupported=false;");
   phone.healthStore.setIsHealthDataAvailable(true);
   manager->setState(SessionState::poweredOff);
   EXPECT_TRUE(report().ends_with("isHealtKitSupported=false;"));
-}
-
-TEST_F(LockTest, HealthDataNeedsVersionEight) {
-  for (const auto& [version, isAvailable] :
-       std::initializer_list<std::pair<const char*, bool>>{{"8.0", true},
-                                                           {"7.9", false},
-                                                           {"10.3.1", true},
-                                                           {"9", true},
-                                                           {"", false},
-                                                           {"x", false}}) {
-    phone.systemInfo.systemVersion = version;
-    EXPECT_EQ(healthKit.isHealtKitAvailable(), isAvailable) << version;
-  }
 }
 
 }  // namespace

@@ -36,6 +36,12 @@ void SessionFixture::connectBand() {
   forgetRecords();
 }
 
+void SessionFixture::disconnectBand() {
+  manager->disconnectMi();
+  settle();
+  forgetRecords();
+}
+
 void SessionFixture::forgetRecords() {
   recordsBegan_ = phone.clock.monotonicNow();
   writes_.clear();

@@ -49,6 +49,8 @@ class SessionFixture : public testing::Test, private band::BandObserver {
   /// Makes the manager and runs until the band is set up and everything of that is over. The
   /// records begin anew.
   void connectBand();
+  /// Lets the band go; the records begin anew.
+  void disconnectBand();
   void runFor(platform::TimeInterval time) { phone.runLoop.runFor(time); }
   /// Until nothing more happens without time passing.
   void settle() { phone.runLoop.runUntilIdle(); }
