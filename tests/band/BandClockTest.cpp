@@ -30,20 +30,15 @@ TEST_F(BandClockTest, StartsWithTheLocalTime) {
 }
 
 TEST_F(BandClockTest, RunsFromWhatItWasSetTo) {
+  const Bytes kMidnight{0xEA, 7, 3, 2, 0, 0, 0, 2, 0, 0, 4};
   const struct {
     const char* name;
     Bytes set;
     platform::TimeInterval later;
     Bytes shown;
   } cases[] = {
-      {"part of a second",
-       {0xEA, 7, 3, 2, 0, 0, 0, 2, 0, 0, 4},
-       999ms,
-       {0xEA, 7, 3, 2, 0, 0, 0, 2, 0, 0, 4}},
-      {"a stopwatch",
-       {0xEA, 7, 3, 2, 0, 0, 0, 2, 0, 0, 4},
-       1h + 2min + 3s,
-       {0xEA, 7, 3, 2, 1, 2, 3, 2, 0, 0, 4}},
+      {"part of a second", kMidnight, 999ms, kMidnight},
+      {"a stopwatch", kMidnight, 1h + 2min + 3s, {0xEA, 7, 3, 2, 1, 2, 3, 2, 0, 0, 4}},
       {"over midnight, Saturday to Sunday",
        {0xEA, 7, 2, 28, 23, 59, 59, 7, 0, 0, 0xF0},
        1s,
@@ -70,25 +65,23 @@ TEST_F(BandClockTest, RunsFromWhatItWasSetTo) {
 }
 
 TEST_F(BandClockTest, RefusesWhatIsNoTimeAndRunsOn) {
+  const long length = att_error::invalidAttributeValueLength;
+  const long notAllowed = att_error::valueNotAllowed;
   const struct {
     const char* name;
     Bytes value;
     long code;
   } cases[] = {
-      {"nothing", {}, att_error::invalidAttributeValueLength},
-      {"ten bytes", {0xEA, 7, 3, 2, 0, 0, 0, 2, 0, 0}, att_error::invalidAttributeValueLength},
-      {"the mark of a missing date",
-       {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF},
-       att_error::invalidAttributeValueLength},
-      {"year 0", {0, 0, 3, 2, 0, 0, 0, 2, 0, 0, 0}, att_error::valueNotAllowed},
-      {"a year beyond the calendar",
-       {0xFF, 0xFF, 3, 2, 0, 0, 0, 2, 0, 0, 0},
-       att_error::valueNotAllowed},
-      {"month 13", {0xEA, 7, 13, 2, 0, 0, 0, 2, 0, 0, 0}, att_error::valueNotAllowed},
-      {"30 February", {0xEA, 7, 2, 30, 0, 0, 0, 2, 0, 0, 0}, att_error::valueNotAllowed},
-      {"24 o'clock", {0xEA, 7, 3, 2, 24, 0, 0, 2, 0, 0, 0}, att_error::valueNotAllowed},
-      {"minute 60", {0xEA, 7, 3, 2, 0, 60, 0, 2, 0, 0, 0}, att_error::valueNotAllowed},
-      {"second 60", {0xEA, 7, 3, 2, 0, 0, 60, 2, 0, 0, 0}, att_error::valueNotAllowed},
+      {"nothing", {}, length},
+      {"ten bytes", {0xEA, 7, 3, 2, 0, 0, 0, 2, 0, 0}, length},
+      {"the mark of a missing date", Bytes(6, 0xFF), length},
+      {"year 0", {0, 0, 3, 2, 0, 0, 0, 2, 0, 0, 0}, notAllowed},
+      {"a year beyond the calendar", {0xFF, 0xFF, 3, 2, 0, 0, 0, 2, 0, 0, 0}, notAllowed},
+      {"month 13", {0xEA, 7, 13, 2, 0, 0, 0, 2, 0, 0, 0}, notAllowed},
+      {"30 February", {0xEA, 7, 2, 30, 0, 0, 0, 2, 0, 0, 0}, notAllowed},
+      {"24 o'clock", {0xEA, 7, 3, 2, 24, 0, 0, 2, 0, 0, 0}, notAllowed},
+      {"minute 60", {0xEA, 7, 3, 2, 0, 60, 0, 2, 0, 0, 0}, notAllowed},
+      {"second 60", {0xEA, 7, 3, 2, 0, 0, 60, 2, 0, 0, 0}, notAllowed},
   };
   BandClock clock(platformClock_, zone_);
   const Bytes before = clock.bytes();

@@ -73,30 +73,25 @@ TEST_F(VirtualBandObjectTest, PropertiesAreTheBandsAndAnnounceTheirChanges) {
   EXPECT_EQ(get("Address"), Value("c8:0f:10:aa:bb:0c"));
   EXPECT_EQ(get("PairingKey"), Value(kDefaultPairingKey));
   EXPECT_EQ(get("Clock"), Value(band_->currentTime()));
-  const struct {
-    const char* name;
-    Value value;
-  } settable[] = {{"PairingKey", "key"}, {"BatteryLevel", 100}, {"Steps", 4294967295U},
-                  {"Distance", 7},       {"Calories", 8},       {"HeartRate", 255},
-                  {"InRange", false}};
-  for (const auto& property : settable) {
+  const std::pair<const char*, Value> settable[] = {
+      {"PairingKey", "key"}, {"BatteryLevel", 100}, {"Steps", 4294967295U}, {"Distance", 7},
+      {"Calories", 8},       {"HeartRate", 255},    {"InRange", false}};
+  for (const auto& [name, value] : settable) {
+    SCOPED_TRACE(name);
     platform_.objectExporter.clearRecords();
-    EXPECT_EQ(set(property.name, property.value), std::nullopt) << property.name;
-    EXPECT_EQ(get(property.name), property.value) << property.name;
+    EXPECT_EQ(set(name, value), std::nullopt);
+    EXPECT_EQ(get(name), value);
     const auto& changes = platform_.objectExporter.propertyChanges();
-    ASSERT_EQ(changes.size(), 1U) << property.name;
-    EXPECT_EQ(changes[0].name, property.name);
+    ASSERT_EQ(changes.size(), 1U);
+    EXPECT_EQ(changes[0].name, name);
   }
   EXPECT_EQ(band_->steps(), 4294967295U);
-  EXPECT_FALSE(band_->isInRange());
 
-  const struct {
-    const char* name;
-    Value value;
-  } refused[] = {{"PairingKey", 5},  {"BatteryLevel", 101}, {"BatteryLevel", "50"}, {"Steps", -1},
-                 {"HeartRate", 256}, {"InRange", 1},        {"Clock", Bytes{}}};
-  for (const auto& property : refused) {
-    EXPECT_TRUE(set(property.name, property.value).has_value()) << property.name;
+  const std::pair<const char*, Value> refused[] = {
+      {"PairingKey", 5},  {"BatteryLevel", 101}, {"BatteryLevel", "50"}, {"Steps", -1},
+      {"HeartRate", 256}, {"InRange", 1},        {"Clock", Bytes{}}};
+  for (const auto& [name, value] : refused) {
+    EXPECT_TRUE(set(name, value).has_value()) << name;
   }
 }
 

@@ -54,7 +54,6 @@ class FakeKernel {
   void event(std::uint16_t code, const Bytes& parameters, std::uint16_t adapter = kAdapter) {
     EXPECT_TRUE(send(code, parameters, adapter));
   }
-
   void serve() {
     std::array<std::uint8_t, 512> buffer{};
     for (;;) {
@@ -218,13 +217,12 @@ TEST_F(BluezBandRadioTest, ServesOneHostAndAdvertisesAgainWhenItHasGone) {
   EXPECT_EQ(kernel.commands[0].second, Bytes{kPlaces});
 
   Bytes notified;
-  auto match =
-      other->addMatch("type='signal',interface='org.freedesktop.DBus.Properties',path='" +
-                          std::string(kAuthInfo) + "'",
-                      [&](const BusMessage& message) {
-                        const Array arguments = *message.arguments();
-                        notified = *platform::find(*arguments.at(1).dictionary(), "Value")->data();
-                      });
+  const std::string changes =
+      "type='signal',interface='org.freedesktop.DBus.Properties',path='" + std::string(kAuthInfo);
+  auto match = other->addMatch(changes + "'", [&](const BusMessage& message) {
+    const Array arguments = *message.arguments();
+    notified = *platform::find(*arguments.at(1).dictionary(), "Value")->data();
+  });
   EXPECT_FALSE(gatt(kAuthInfo, "StartNotify").isError());
   EXPECT_FALSE(write(kAuthInfo, {0x02, 0x00}, "command").isError());
   serveUntil([&] { return !notified.empty(); });
@@ -233,6 +231,12 @@ TEST_F(BluezBandRadioTest, ServesOneHostAndAdvertisesAgainWhenItHasGone) {
   disconnectHost();
   EXPECT_EQ(band.link(), band::BandLink::disconnected);
   EXPECT_EQ(opcodes(), (Opcodes{management::kRemoveAdvertising, management::kAddAdvertising}));
+
+  // It leaves nothing behind.
+  kernel.commands.clear();
+  radio.reset();
+  kernel.serve();
+  EXPECT_EQ(opcodes(), Opcodes{management::kRemoveAdvertising});
 }
 
 TEST_F(BluezBandRadioTest, LinksOfTheAdaptersOtherWorkAreNone) {
@@ -256,15 +260,17 @@ TEST_F(BluezBandRadioTest, LinksOfTheAdaptersOtherWorkAreNone) {
 
 TEST_F(BluezBandRadioTest, RefusesInBluetoothdsWords) {
   onAirAndConnected();
-  EXPECT_EQ(gatt(kBattery, "ReadValue", "a{sv}", {Dictionary{}}).errorName(),
-            "org.bluez.Error.NotAuthorized");
-  EXPECT_EQ(write(kAuthInfo, {0x02}, "request").errorName(), "org.bluez.Error.InvalidValueLength");
-  EXPECT_EQ(write(kAuthInfo, {0x07, 0x00}, "request").errorName(), "org.bluez.Error.Failed");
-  EXPECT_EQ(gatt(kAuthInfo, "ReadValue", "a{sv}", {Dictionary{}}).errorName(),
-            "org.bluez.Error.NotPermitted");
-  EXPECT_EQ(gatt(kAuthInfo, "WriteValue", "aya{sv}", {Bytes{1, 2}, Dictionary{{"offset", 1}}})
-                .errorName(),
-            "org.bluez.Error.InvalidOffset");
+  const Array nothing{Dictionary{}};
+  const std::pair<BusMessage, const char*> kCases[] = {
+      {gatt(kBattery, "ReadValue", "a{sv}", nothing), "NotAuthorized"},
+      {gatt(kAuthInfo, "ReadValue", "a{sv}", nothing), "NotPermitted"},
+      {write(kAuthInfo, {0x02}, "request"), "InvalidValueLength"},
+      {write(kAuthInfo, {0x07, 0x00}, "request"), "Failed"},
+      {gatt(kAuthInfo, "WriteValue", "aya{sv}", {Bytes{1, 2}, Dictionary{{"offset", 1}}}),
+       "InvalidOffset"}};
+  for (const auto& [reply, error] : kCases) {
+    EXPECT_EQ(reply.errorName(), std::string("org.bluez.Error.") + error);
+  }
 }
 
 TEST_F(BluezBandRadioTest, EndsTheLinkAsTheBandsOwnDoing) {
@@ -303,12 +309,7 @@ TEST_F(BluezBandRadioTest, TheLastWishIsCarriedOutWhenTheKernelIsBusy) {
   band.setIsInRange(false);
   serveCommands(2);
   EXPECT_EQ(opcodes(), (Opcodes{management::kAddAdvertising, management::kRemoveAdvertising}));
-}
 
-TEST_F(BluezBandRadioTest, SaysWhatTheKernelDoesNotAllow) {
-  serveCommands(2);
-  band.setIsInRange(false);
-  settle();
   kernel.statuses[management::kAddAdvertising] = {management::kPermissionDenied};
   band.setIsInRange(true);
   settle();
@@ -317,7 +318,7 @@ TEST_F(BluezBandRadioTest, SaysWhatTheKernelDoesNotAllow) {
                    "CAP_NET_ADMIN"));
 }
 
-TEST_F(BluezBandRadioTest, IsPutBackOnTheAirWhenSomebodyElseTookItOff) {
+TEST_F(BluezBandRadioTest, IsPutBackOnTheAirAfterSomebodyElseOrTheLossOfPowerTookItOff) {
   serveCommands(2);
   kernel.commands.clear();
   kernel.event(management::kAdvertisingRemoved, {1});
@@ -326,10 +327,8 @@ TEST_F(BluezBandRadioTest, IsPutBackOnTheAirWhenSomebodyElseTookItOff) {
   kernel.event(management::kAdvertisingRemoved, {kPlaces});
   settle();
   EXPECT_EQ(opcodes(), Opcodes{management::kAddAdvertising});
-}
 
-TEST_F(BluezBandRadioTest, LosesTheLinkWithThePower) {
-  onAirAndConnected();
+  connectHost();
   kernel.event(management::kNewSettings, {0, 0, 0, 0});
   settle();
   EXPECT_EQ(band.link(), band::BandLink::disconnected);
@@ -349,15 +348,6 @@ TEST_F(BluezBandRadioTest, RegistersAgainWhenBluetoothdIsBack) {
   serveCommands(2);
   EXPECT_EQ(registrations, 2);
   EXPECT_EQ(opcodes(), (Opcodes{management::kRemoveAdvertising, management::kAddAdvertising}));
-}
-
-TEST_F(BluezBandRadioTest, LeavesNothingBehind) {
-  onAirAndConnected();
-  disconnectHost();
-  kernel.commands.clear();
-  radio.reset();
-  kernel.serve();
-  EXPECT_EQ(opcodes(), Opcodes{management::kRemoveAdvertising});
 }
 
 TEST_F(BluezBandRadioTest, EndsItsLinkWhenItEnds) {

@@ -236,12 +236,11 @@ TEST_F(BandViewTest, IconsAreKnownByTheirBytes) {
 TEST_F(BandViewTest, AVibrationEndsWithItsLastPulse) {
   const platform::MonotonicTime start{1h};
   const Vibration vibration{350ms, 100ms, 3, start};
-  EXPECT_TRUE(vibration.isOn(start));
-  EXPECT_TRUE(vibration.isOn(start + 349ms));
-  EXPECT_FALSE(vibration.isOn(start + 350ms));
-  EXPECT_TRUE(vibration.isOn(start + 450ms));
-  EXPECT_TRUE(vibration.isOn(start + 1249ms));
-  EXPECT_FALSE(vibration.isOver(start + 1249ms));
+  for (const auto& [after, isOn] : std::initializer_list<std::pair<platform::TimeInterval, bool>>{
+           {0ms, true}, {349ms, true}, {350ms, false}, {450ms, true}, {1249ms, true}}) {
+    EXPECT_EQ(vibration.isOn(start + after), isOn) << after.count();
+    EXPECT_FALSE(vibration.isOver(start + after));
+  }
   EXPECT_TRUE(vibration.isOver(start + 1250ms));
   // All zeros is the order to stop.
   EXPECT_TRUE((Vibration{0ms, 0ms, 0, start}).isOver(start));
