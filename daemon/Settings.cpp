@@ -1,5 +1,7 @@
 #include "daemon/Settings.h"
 
+#include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -10,24 +12,28 @@ namespace wrixel2::daemon {
 
 namespace {
 
-/// Absent entries leave the field at its default.
-class FieldReader {
- public:
-  FieldReader(const platform::Dictionary& entries, const platform::Logger& logger)
-      : entries_(entries, "setting", logger) {}
+/// A key and the field that it sets: a flag or a number.
+struct Field {
+  Field(std::string_view name, bool& field) : key(name), flag(&field) {}
+  Field(std::string_view name, std::uint64_t& field) : key(name), number(&field) {}
 
-  void read(std::string_view key, bool& field) const {
-    field = entries_.boolean(key).value_or(field);
-  }
-  void read(std::string_view key, std::uint64_t& field) const {
-    if (const auto value = entries_.integer(key)) {
-      field = static_cast<std::uint64_t>(std::int64_t{*value});
+  std::string_view key;
+  bool* flag = nullptr;
+  std::uint64_t* number = nullptr;
+};
+
+/// Absent entries leave their fields at the defaults.
+void read(const platform::Dictionary& dictionary, const platform::Logger& logger,
+          std::initializer_list<Field> fields) {
+  const CheckedDictionary entries(dictionary, "setting", logger);
+  for (const auto& field : fields) {
+    if (field.flag != nullptr) {
+      *field.flag = entries.boolean(field.key).value_or(*field.flag);
+    } else if (const auto value = entries.integer(field.key)) {
+      *field.number = static_cast<std::uint64_t>(std::int64_t{*value});
     }
   }
-
- private:
-  CheckedDictionary entries_;
-};
+}
 
 auto schedule(const MoveSettings& settings) {
   return std::tie(settings.moveEnabled, settings.onlyWeekdays, settings.sensitivity,
@@ -39,14 +45,14 @@ auto schedule(const MoveSettings& settings) {
 MoveSettings MoveSettings::fromDictionary(const platform::Dictionary& entries,
                                           const platform::Logger& logger) {
   MoveSettings settings;
-  const FieldReader reader(entries, logger);
-  reader.read("moveEnabled", settings.moveEnabled);
-  reader.read("onlyWeekdays", settings.onlyWeekdays);
-  reader.read("sensitivity", settings.sensitivity);
-  reader.read("stepRepeat", settings.stepRepeat);
-  reader.read("remindPeriod", settings.remindPeriod);
-  reader.read("startSteps", settings.startSteps);
-  reader.read("endSteps", settings.endSteps);
+  read(entries, logger,
+       {{"moveEnabled", settings.moveEnabled},
+        {"onlyWeekdays", settings.onlyWeekdays},
+        {"sensitivity", settings.sensitivity},
+        {"stepRepeat", settings.stepRepeat},
+        {"remindPeriod", settings.remindPeriod},
+        {"startSteps", settings.startSteps},
+        {"endSteps", settings.endSteps}});
   return settings;
 }
 
@@ -56,19 +62,19 @@ bool MoveSettings::schedulesLike(const MoveSettings& other) const {
 
 Settings Settings::fromDictionary(platform::Dictionary entries, const platform::Logger& logger) {
   Settings settings;
-  const FieldReader reader(entries, logger);
-  reader.read("enabled", settings.enabled);
-  reader.read("donotdisturb", settings.doNotDisturb);
-  reader.read("donotannoy", settings.doNotAnnoy);
-  reader.read("alarmSwitch", settings.alarmSwitch);
-  reader.read("vibrateHrMeasure", settings.vibrateHrMeasure);
-  reader.read("onlyLocked", settings.onlyLocked);
-  reader.read("connectedMode", settings.connectedMode);
-  reader.read("continuousHr", settings.continuousHr);
-  reader.read("stopwatchSwitch", settings.stopwatchSwitch);
-  reader.read("mode", settings.mode);
-  reader.read("timeout", settings.timeout);
-  reader.read("hrInterval", settings.hrInterval);
+  read(entries, logger,
+       {{"enabled", settings.enabled},
+        {"donotdisturb", settings.doNotDisturb},
+        {"donotannoy", settings.doNotAnnoy},
+        {"alarmSwitch", settings.alarmSwitch},
+        {"vibrateHrMeasure", settings.vibrateHrMeasure},
+        {"onlyLocked", settings.onlyLocked},
+        {"connectedMode", settings.connectedMode},
+        {"continuousHr", settings.continuousHr},
+        {"stopwatchSwitch", settings.stopwatchSwitch},
+        {"mode", settings.mode},
+        {"timeout", settings.timeout},
+        {"hrInterval", settings.hrInterval}});
   settings.move = MoveSettings::fromDictionary(entries, logger);
   settings.snapshot = std::move(entries);
   return settings;
