@@ -18,46 +18,43 @@ class ClockKeeperTest : public testing::Test {
   int leaps = 0;
 };
 
-TEST_F(ClockKeeperTest, FollowsTheClockAndTheZone) {
+constexpr auto kSpring = sys_days(year(2026) / 3 / 29) + 1h;
+constexpr auto kAutumn = sys_days(year(2026) / 10 / 25) + 1h;
+
+TEST_F(ClockKeeperTest, FollowsTheClockTheZoneAndSummerTime) {
   const ClockKeeper keeper(system.handle(), [this] { ++leaps; });
   system.runLoop.runFor(400 * 24h);
   EXPECT_EQ(leaps, 0);
   EXPECT_EQ(system.runLoop.wakeups(), 0U) << "a clock that only runs costs nothing";
-  system.clock.setWallClock(system.clock.now() - 3h);
+  system.clock.setWallClock(kSpring - 30 * 24h);
+  system.timeZone.setCentralEurope();
   system.runLoop.localTimeChanged();
   system.runLoop.runUntilIdle();
   EXPECT_EQ(leaps, 1);
-}
 
-TEST_F(ClockKeeperTest, FollowsSummerTime) {
-  system.clock.setWallClock(sys_days(year(2026) / 3 / 2) + 12h);
-  system.timeZone.setCentralEurope();
-  const ClockKeeper keeper(system.handle(), [this] { ++leaps; });
-  system.runLoop.advanceTo(sys_days(year(2026) / 3 / 29) + 59min + 59s);
-  EXPECT_EQ(leaps, 0);
-  system.runLoop.advanceTo(sys_days(year(2026) / 3 / 29) + 1h);
+  system.runLoop.advanceTo(kSpring - 1s);
   EXPECT_EQ(leaps, 1);
-  system.runLoop.advanceTo(sys_days(year(2026) / 10 / 25) + 1h);
+  system.runLoop.advanceTo(kSpring);
   EXPECT_EQ(leaps, 2);
+  system.runLoop.advanceTo(kAutumn);
+  EXPECT_EQ(leaps, 3);
 
   // The owner moves to where there is none: what was awaited is not.
   system.timeZone.setSecondsFromGMT(3600 * 9);
   system.runLoop.localTimeChanged();
   system.runLoop.runFor(400 * 24h);
-  EXPECT_EQ(leaps, 3);
+  EXPECT_EQ(leaps, 4);
 }
 
 TEST_F(ClockKeeperTest, FindsTheSecondOfATransition) {
-  const auto from = sys_days(year(2026) / 3 / 2) + 12h;
-  EXPECT_EQ(ClockKeeper::nextZoneTransition(system.timeZone, from), std::nullopt);
+  const auto next = [this](platform::Date from) {
+    return ClockKeeper::nextZoneTransition(system.timeZone, from);
+  };
+  EXPECT_EQ(next(kSpring - 30 * 24h), std::nullopt);
   system.timeZone.setCentralEurope();
-  EXPECT_EQ(ClockKeeper::nextZoneTransition(system.timeZone, from),
-            sys_days(year(2026) / 3 / 29) + 1h);
-  EXPECT_EQ(ClockKeeper::nextZoneTransition(system.timeZone, sys_days(year(2026) / 3 / 29) + 1h),
-            sys_days(year(2026) / 10 / 25) + 1h);
-  EXPECT_EQ(ClockKeeper::nextZoneTransition(system.timeZone,
-                                            sys_days(year(2026) / 3 / 29) + 59min + 59s + 500ms),
-            sys_days(year(2026) / 3 / 29) + 1h);
+  EXPECT_EQ(next(kSpring - 30 * 24h), kSpring);
+  EXPECT_EQ(next(kSpring - 500ms), kSpring);
+  EXPECT_EQ(next(kSpring), kAutumn);
 }
 
 }  // namespace

@@ -29,20 +29,21 @@ class FakeCompanion {
   explicit FakeCompanion(platform::MessageCenters& centers)
       : center_(centers.centerNamed("org.corvale.wrixel2Ipc")) {
     EXPECT_FALSE(center_->runServer());
-    center_->registerForMessageNameWithReply(
-        "getPrefsDict",
-        [this](std::string_view, const platform::Dictionary&)
-            -> platform::Result<platform::Dictionary> { return settings; });
-    center_->registerForMessageNameWithReply(
-        "appInfo",
-        [this](std::string_view, const platform::Dictionary&)
-            -> platform::Result<platform::Dictionary> { return appInfo; });
+    answer("getPrefsDict", settings);
+    answer("appInfo", appInfo);
   }
 
   platform::Dictionary settings;
   platform::Dictionary appInfo{{"MiFitBasePath", "/MiFit"}};
 
  private:
+  void answer(std::string_view request, const platform::Dictionary& reply) {
+    center_->registerForMessageNameWithReply(
+        request,
+        [&reply](std::string_view, const platform::Dictionary&)
+            -> platform::Result<platform::Dictionary> { return reply; });
+  }
+
   std::unique_ptr<platform::MessageCenter> center_;
 };
 
@@ -55,14 +56,19 @@ class FixedKeyProvider final : public mbservices::KeyProvider {
 /// A controller on a platform of virtual time, with a session manager of its own.
 class DaemonHarness : public testing::Test {
  protected:
-  void TearDown() override {
+  void TearDown() override { end(); }
+
+  void end() {
     wrixel2d.reset();
     manager.reset();
     // What they left queued holds them weakly, but goes before the platform all the same.
-    system.runLoop.runUntilIdle();
+    run();
   }
 
+  /// In place of the one before, if any.
   void start() {
+    end();
+    bandsMade = 0;
     auto made = Wrixel2d::create(platform(), bandFactory());
     ASSERT_TRUE(made) << made.error().localizedDescription;
     wrixel2d = *made;
@@ -94,6 +100,14 @@ class DaemonHarness : public testing::Test {
     system.messageCenters.centerNamed("org.corvale.wrixel2dIpc")
         ->sendMessageName(message, userInfo);
   }
+  void bulletin(const platform::Dictionary& userInfo) {
+    send("bulletinRequest", userInfo);
+    run();
+  }
+  void setQuiet(bool isOn) {
+    send("DND", {{"DNDEnabled", isOn}});
+    run();
+  }
   void post(std::string_view name) { system.darwinNotifyCenter.postFromOutside(name); }
   void postPreference(std::string_view suffix = "") {
     post(std::string("org.corvale.wrixel2prefs.preferencechanged").append(suffix));
@@ -110,6 +124,12 @@ class DaemonHarness : public testing::Test {
     system.distributedNotificationCenter.postFromOutside(
         {std::string("org.corvale.wrixel2.").append(suffix), {}, userInfo});
     run();
+  }
+  platform::Value property(std::string_view name) const {
+    return system.objectExporter.property("/org/corvale/wrixel2dIpc", name).value();
+  }
+  std::size_t timers(std::string_view identifier) const {
+    return system.runLoop.persistentTimers(identifier).size();
   }
   void run() { system.runLoop.runUntilIdle(); }
   void forget() {

@@ -45,10 +45,6 @@ class DayTest : public DaemonHarness {
     system.runLoop.advanceTo(midnight + kStart + kDay);
   }
 
-  void notify(const std::string& text) {
-    send("bulletinRequest", {{"sectionID", "org.example.Chat"}, {"message", text}});
-  }
-
   Tally shown() const {
     Tally tally;
     for (const auto& display : recorder.displays()) {
@@ -82,7 +78,9 @@ TEST_F(DayTest, NothingIsMissingAndNothingComesTwice) {
   for (auto time = std::chrono::seconds(3min); time < kDay; time += 20min) {
     const std::string text =
         fmt::format("message at {:02}{:02}", time / 1h, time % std::chrono::seconds(1h) / 1min);
-    at(time, [this, text] { notify(text); });
+    at(time, [this, text] {
+      send("bulletinRequest", {{"sectionID", "org.example.Chat"}, {"message", text}});
+    });
     if (!isAway(time) && !isOff(time) && !isQuiet(time)) {
       ++expected[text];
       ++expected["icon fa0101"];
@@ -134,12 +132,12 @@ TEST_F(DayTest, NothingIsMissingAndNothingComesTwice) {
   expected["icon fa010a"] = 4;
   expected["icon 00"] = 2;  // the end of the call and that of the alarm clear the screen
 
-  at(22h, [this] { send("DND", {{"DNDEnabled", true}}); });
-  at(7h, [this] { send("DND", {{"DNDEnabled", false}}); });
-  at(10h + 10min, [this] { band->setIsInRange(false); });
-  at(10h + 40min, [this] { band->setIsInRange(true); });
-  at(19h + 5min, [this] { band->setIsInRange(false); });
-  at(19h + 50min, [this] { band->setIsInRange(true); });
+  at(22h, [this] { setQuiet(true); });
+  at(7h, [this] { setQuiet(false); });
+  for (const auto from : {10h + 10min, 19h + 5min}) {
+    at(from, [this] { band->setIsInRange(false); });
+    at(from + (from < 12h ? 30min : 45min), [this] { band->setIsInRange(true); });
+  }
   at(13h + 29min, [this] { system.radio.setState(CentralState::poweredOff); });
   at(13h + 33min, [this] { system.radio.setState(CentralState::poweredOn); });
 
@@ -162,8 +160,8 @@ TEST_F(DayTest, NothingIsMissingAndNothingComesTwice) {
 
   // At the end of the day: the next measurement and the next step check, and a band that rests.
   EXPECT_EQ(band->link(), band::BandLink::disconnected);
-  EXPECT_EQ(system.runLoop.persistentTimers("com.corvalt.wrixel2").size(), 1U);
-  EXPECT_EQ(system.runLoop.persistentTimers("com.corvale.wrixel2/step").size(), 1U);
+  EXPECT_EQ(timers("com.corvalt.wrixel2"), 1U);
+  EXPECT_EQ(timers("com.corvale.wrixel2/step"), 1U);
 }
 
 }  // namespace

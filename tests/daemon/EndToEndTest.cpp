@@ -1,7 +1,9 @@
 #include <algorithm>
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -23,85 +25,69 @@ class EndToEndTest : public DaemonHarness {
     system.radio.addBand(band);
   }
 
-  bool runUntilShown(const std::string& text) {
-    return system.runLoop.runUntil(
-        [&] {
-          return std::any_of(recorder.displays().begin(), recorder.displays().end(),
-                             [&](const auto& display) { return display.text == text; });
-        },
-        30s);
+  bool runUntil(const std::function<bool()>& condition) {
+    return system.runLoop.runUntil(condition, 60s);
   }
+  void expectShown(const std::string& text) {
+    EXPECT_TRUE(runUntil([&] {
+      return std::ranges::any_of(recorder.displays(),
+                                 [&](const auto& display) { return display.text == text; });
+    })) << text;
+  }
+  /// With a link that stays.
+  void startConnected(platform::Dictionary settings = {}) {
+    settings.emplace("connectedMode", 1);
+    startService(std::move(settings));
+    ASSERT_TRUE(runUntil([this] { return band->link() == band::BandLink::authenticated; }));
+    system.runLoop.runFor(5s);
+    forget();
+  }
+  std::string text(const char* name) const { return *property(name).text(); }
 
   std::shared_ptr<band::VirtualBand> band = std::make_shared<band::VirtualBand>(platform());
   band::BandRecorder recorder{*band};
 };
 
-TEST_F(EndToEndTest, ANotificationReachesTheBandsScreenAndMotor) {
+TEST_F(EndToEndTest, WhatReachesTheBandIsToldInTheStatusAndThenItIsLetGo) {
   startService({{"MBIcon-org.example.Chat", 9},
                 {"MBPattern-org.example.Chat", 4},
                 {"MBPreview-org.example.Chat", true}});
-  send("bulletinRequest", {{"sectionID", "org.example.Chat"},
-                           {"title", "Anna"},
-                           {"message", "See you at six"},
-                           {"sender", "Anna"}});
-  ASSERT_TRUE(runUntilShown("Anna:See you at si"));
+  bulletin({{"sectionID", "org.example.Chat"}, {"title", "Anna"}, {"message", "See you at six"}});
+  expectShown("Anna:See you at si");
   EXPECT_EQ(recorder.displays().front().icon, (platform::Bytes{0x05, 0x01}));
-  EXPECT_TRUE(system.runLoop.runUntil([this] { return !recorder.vibrations().empty(); }, 5s));
+  EXPECT_TRUE(runUntil([this] { return !recorder.vibrations().empty(); }));
+  EXPECT_TRUE(runUntil([this] { return band->link() == band::BandLink::disconnected; }));
+  system.runLoop.runFor(1s);
 
-  // Its job done, the daemon lets go of the band.
-  EXPECT_TRUE(system.runLoop.runUntil(
-      [this] { return band->link() == band::BandLink::disconnected; }, 60s));
-}
-
-TEST_F(EndToEndTest, ACallIsShownAndTheStatusTellsOfTheBand) {
-  startService();
   send("phoneCall", {{"newCall", true}, {"text", "Anna"}});
-  ASSERT_TRUE(runUntilShown("Anna"));
-  const auto property = [this](const char* name) {
-    return system.objectExporter.property("/org/corvale/wrixel2dIpc", name).value();
-  };
+  expectShown("Anna");
   system.runLoop.runFor(5s);
-  EXPECT_EQ(property("State"), Value("connected"));
-  EXPECT_EQ(property("Band"), Value(std::string(band->address())));
+  EXPECT_EQ(text("State"), "connected");
+  EXPECT_EQ(text("Band"), band->address());
   EXPECT_EQ(property("Initialized"), Value(true));
   EXPECT_EQ(property("Battery"), Value(80));
+  EXPECT_EQ(text("Authentication"), "accepted");
 
   wrixel2d->endLinks();
   system.runLoop.runFor(1s);
   EXPECT_EQ(band->link(), band::BandLink::disconnected);
-  EXPECT_EQ(property("State"), Value("idle"));
+  EXPECT_EQ(text("State"), "idle");
 }
 
-TEST_F(EndToEndTest, TheUserAsksForTheHeartRateAndIsShownIt) {
-  band->setHeartRate(72);
-  startService();
-  postPreference("/measure");
-  EXPECT_TRUE(system.runLoop.runUntil([this] { return !userAlerts().empty(); }, 60s));
-  EXPECT_EQ(userAlerts(), UserAlerts{"Heart Rate|Your Heart Rate: 72"});
-  EXPECT_EQ(system.messageCenters.sentMessages("writeHeartRate").size(), 1U);
-}
-
-TEST_F(EndToEndTest, WhoDoesNotMoveIsReminded) {
-  band->setSteps(1000);
-  startService({{"moveEnabled", true}});
-  system.runLoop.runFor(1min);
-  EXPECT_EQ(requests("Received steps 1000, old steps 999998"), 1U);
-  band->setSteps(1004);
-  recorder.clear();
-  system.runLoop.runFor(1h);
-  EXPECT_EQ(requests("Delta steps 4"), 1U);
-  EXPECT_FALSE(recorder.vibrations().empty());
+TEST_F(EndToEndTest, AKeyThatTheBandRefusesIsToldUntilItIsReplaced) {
+  keyProvider.key = std::string(32, '0');
+  startService({{"connectedMode", 1}});
+  EXPECT_TRUE(runUntil([this] { return text("Authentication") == "refused"; }));
+  keyProvider.key = band->pairingKey();
+  post("org.corvale.wrixel2.keyChanged");
+  EXPECT_TRUE(runUntil([this] { return text("Authentication") == "accepted"; }));
 }
 
 TEST_F(EndToEndTest, TheStopwatchRunsOnTheBandsClock) {
   // West of GMT, where the day is not the same.
   system.timeZone.setSecondsFromGMT(-3 * 3600);
   system.clock.setWallClock(std::chrono::sys_days(std::chrono::year(2026) / 3 / 3) + 1h);
-  startService({{"connectedMode", 1}, {"stopwatchSwitch", true}});
-  ASSERT_TRUE(system.runLoop.runUntil(
-      [this] { return band->link() == band::BandLink::authenticated; }, 30s));
-  system.runLoop.runFor(5s);
-  forget();
+  startConnected({{"stopwatchSwitch", true}});
   postPreference("/stopwatchChanged");
   system.runLoop.runFor(1s);
   const auto bandTime = [this] {
@@ -120,10 +106,7 @@ TEST_F(EndToEndTest, TheStopwatchRunsOnTheBandsClock) {
 }
 
 TEST_F(EndToEndTest, TheBandFollowsThePhoneToAnotherZoneUnlessItIsAStopwatch) {
-  startService({{"connectedMode", 1}});
-  ASSERT_TRUE(system.runLoop.runUntil(
-      [this] { return band->link() == band::BandLink::authenticated; }, 30s));
-  system.runLoop.runFor(5s);
+  startConnected();
   const auto travel = [this](int secondsFromGMT) {
     system.timeZone.setSecondsFromGMT(secondsFromGMT);
     system.runLoop.localTimeChanged();
@@ -137,36 +120,21 @@ TEST_F(EndToEndTest, TheBandFollowsThePhoneToAnotherZoneUnlessItIsAStopwatch) {
   EXPECT_EQ(travel(-3 * 3600), 0);
 }
 
-TEST_F(EndToEndTest, TheStatusSaysWhatIsMissingAndWhetherTheKeyIsAccepted) {
-  const auto property = [this](const char* name) {
-    const auto value = system.objectExporter.property("/org/corvale/wrixel2dIpc", name);
-    return value && value->text() ? *value->text() : "(none)";
-  };
+TEST_F(EndToEndTest, TheStatusSaysWhatIsMissingAndWhichBandItIsLockedTo) {
   start();
   run();
-  EXPECT_NE(property("Problem").find("wrixel2-companion"), std::string::npos);
-  send("letUsStart");
-  run();
-  EXPECT_EQ(property("Problem"), "");
-  system.runLoop.runFor(30s);
-  EXPECT_EQ(property("Authentication"), "accepted");
-  change("enabled", false, "");
-  run();
-  EXPECT_NE(property("Problem").find("enabled = false"), std::string::npos);
-}
-
-TEST_F(EndToEndTest, TheLockedBandIsToldInTheStatus) {
-  startService({{"connectedMode", 1}});
-  ASSERT_TRUE(system.runLoop.runUntil(
-      [this] { return band->link() == band::BandLink::authenticated; }, 30s));
+  EXPECT_NE(text("Problem").find("wrixel2-companion"), std::string::npos);
+  startConnected();
+  EXPECT_EQ(text("Problem"), "");
   post("org.corvale.wrixel2.lockToCurrentBand");
   run();
   EXPECT_EQ(system.fileManager.textAtPath(system.systemInfo.lockFilePath), band->address());
-  EXPECT_EQ(system.objectExporter.property("/org/corvale/wrixel2dIpc", "LockedTo"),
-            Value(std::string(band->address())));
+  EXPECT_EQ(text("LockedTo"), band->address());
   post("org.corvale.wrixel2.removeLock");
   run();
   EXPECT_FALSE(system.fileManager.fileExistsAtPath(system.systemInfo.lockFilePath));
+  change("enabled", false, "");
+  EXPECT_NE(text("Problem").find("enabled = false"), std::string::npos);
 }
 
 }  // namespace

@@ -20,6 +20,10 @@ constexpr const char* kClock = "com.apple.mobiletimer";
 constexpr const char* kPhone = "com.apple.mobilephone";
 constexpr const char* kNone = nullptr;
 
+std::optional<std::string> optionalText(const char* text) {
+  return text != kNone ? std::optional<std::string>(text) : std::nullopt;
+}
+
 class ForwardingRulesTest : public testing::Test {
  protected:
   ForwardingDecision decide(const Dictionary& entries, const Bulletin& bulletin) {
@@ -38,7 +42,7 @@ TEST_F(ForwardingRulesTest, TheFirstRuleThatAppliesDecides) {
   const Dictionary kDefaults;
   const Dictionary kOff{{"enabled", false}};
   const Dictionary kOnlyLocked{{"onlyLocked", true}};
-  const Dictionary kNoAlarmMode{{"alarmSwitch", false}};
+  const Dictionary kNoAlarms{{"alarmSwitch", false}};
   const Dictionary kIgnoreDnd{{"donotdisturb", false}};
   const struct {
     const char* what;
@@ -50,40 +54,35 @@ TEST_F(ForwardingRulesTest, TheFirstRuleThatAppliesDecides) {
     ForwardingRule rule;
   } kCases[] = {
       {"any app", kDefaults, false, true, kChat, "Anna", forward},
-      {"any app without title", kDefaults, false, true, kChat, kNone, forward},
+      {"no title", kDefaults, false, true, kChat, kNone, forward},
       {"off", kOff, false, true, kChat, "Anna", disabled},
       {"off, all else against it too", kOff, true, false, kPhone, kNone, disabled},
-      {"Do Not Disturb", kDefaults, true, true, kChat, "Anna", doNotDisturb},
-      {"Do Not Disturb not honoured", kIgnoreDnd, true, true, kChat, "Anna", forward},
-      {"phone in use, any lock state", kDefaults, false, false, kChat, "Anna", forward},
-      {"phone in use, only locked", kOnlyLocked, false, false, kChat, "Anna", onlyLocked},
-      {"phone locked, only locked", kOnlyLocked, false, true, kChat, "Anna", forward},
-      {"Do Not Disturb before only locked", kOnlyLocked, true, false, kChat, "Anna", doNotDisturb},
+      {"quiet", kDefaults, true, true, kChat, "Anna", doNotDisturb},
+      {"quiet not honoured", kIgnoreDnd, true, true, kChat, "Anna", forward},
+      {"in use, any lock state", kDefaults, false, false, kChat, "Anna", forward},
+      {"in use, only locked", kOnlyLocked, false, false, kChat, "Anna", onlyLocked},
+      {"locked, only locked", kOnlyLocked, false, true, kChat, "Anna", forward},
+      {"quiet before only locked", kOnlyLocked, true, false, kChat, "Anna", doNotDisturb},
       {"phone app", kDefaults, false, true, kPhone, "Anna", phoneApp},
       {"only locked before phone app", kOnlyLocked, false, false, kPhone, "Anna", onlyLocked},
       {"alarm", kDefaults, false, true, kClock, "Alarm", enhancedAlarm},
-      {"alarm with an empty title", kDefaults, false, true, kClock, "", enhancedAlarm},
-      {"alarm under Do Not Disturb, in use", kOnlyLocked, true, false, kClock, "Alarm",
-       enhancedAlarm},
+      {"alarm, empty title", kDefaults, false, true, kClock, "", enhancedAlarm},
+      {"alarm, quiet, in use", kOnlyLocked, true, false, kClock, "Alarm", enhancedAlarm},
       {"alarm, off", kOff, false, true, kClock, "Alarm", disabled},
-      {"alarm, no enhanced mode", kNoAlarmMode, false, true, kClock, "Alarm", forward},
-      {"alarm, no enhanced mode, Do Not Disturb", kNoAlarmMode, true, true, kClock, "Alarm",
-       doNotDisturb},
-      {"snoozing alarm is as any app", kDefaults, false, true, kClock, "Snoozing", forward},
-      {"snoozing alarm, Do Not Disturb", kDefaults, true, true, kClock, "Snoozing", doNotDisturb},
-      {"clock without title", kDefaults, false, true, kClock, kNone, clockWithoutTitle},
-      {"clock without title, only locked", kOnlyLocked, false, false, kClock, kNone, onlyLocked},
-      {"titled alarm of another app", kDefaults, true, true, kChat, "Alarm", doNotDisturb},
+      {"alarm, no such mode", kNoAlarms, false, true, kClock, "Alarm", forward},
+      {"alarm, no such mode, quiet", kNoAlarms, true, true, kClock, "Alarm", doNotDisturb},
+      {"snoozing is as any app", kDefaults, false, true, kClock, "Snoozing", forward},
+      {"snoozing, quiet", kDefaults, true, true, kClock, "Snoozing", doNotDisturb},
+      {"clock, no title", kDefaults, false, true, kClock, kNone, clockWithoutTitle},
+      {"clock, no title, only locked", kOnlyLocked, false, false, kClock, kNone, onlyLocked},
+      {"alarm of another app", kDefaults, true, true, kChat, "Alarm", doNotDisturb},
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.what);
     circumstances_.dndActive = c.dnd;
     circumstances_.deviceLocked = c.locked;
-    Bulletin bulletin{.sectionID = c.sectionID, .title = {}, .message = "text", .sender = {}};
-    if (c.title != kNone) {
-      bulletin.title = c.title;
-    }
-    const auto decision = decide(c.settings, bulletin);
+    const auto decision =
+        decide(c.settings, {c.sectionID, optionalText(c.title), "text", std::nullopt});
     EXPECT_EQ(decision.rule, c.rule);
     EXPECT_EQ(decision.alert.has_value(), c.rule == forward || c.rule == enhancedAlarm);
     if (c.rule == enhancedAlarm) {
@@ -124,16 +123,11 @@ TEST_F(ForwardingRulesTest, TheQuietTimeIsPerAppOrPerAppAndSender) {
     SCOPED_TRACE(c.what);
     Dictionary settings = c.settings;
     settings.emplace("donotannoy", true);
-    const auto optionalText = [](const char* text) {
-      return text != kNone ? std::optional<std::string>(text) : std::nullopt;
-    };
     history_.insert_or_assign(
         kChat, MsgInfo(optionalText(c.lastSender), {}, circumstances_.now - c.elapsed));
-    Bulletin bulletin{
-        .sectionID = kChat, .title = "Anna", .message = "text", .sender = optionalText(c.sender)};
-    EXPECT_EQ(decide(settings, bulletin).rule, c.rule);
-    bulletin.sectionID = "org.example.Other";
-    EXPECT_EQ(decide(settings, bulletin).rule, forward);
+    const auto sender = optionalText(c.sender);
+    EXPECT_EQ(decide(settings, {kChat, "Anna", "text", sender}).rule, c.rule);
+    EXPECT_EQ(decide(settings, {"org.example.Other", "Anna", "text", sender}).rule, forward);
   }
 }
 
@@ -161,9 +155,7 @@ TEST_F(ForwardingRulesTest, TheAlertIsComposedAsTheAppsSettingsSay) {
       {"unknown app", {}, "Anna", "See you at six", {1, 0, 0, {}}},
   };
   for (const auto& c : kCases) {
-    const auto decision = decide(
-        c.settings, {.sectionID = kChat, .title = c.title, .message = c.message, .sender = {}});
-    EXPECT_EQ(decision.alert, c.alert) << c.what;
+    EXPECT_EQ(decide(c.settings, {kChat, c.title, c.message, {}}).alert, c.alert) << c.what;
   }
 }
 

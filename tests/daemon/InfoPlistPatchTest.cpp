@@ -1,5 +1,4 @@
 #include <cerrno>
-#include <functional>
 #include <optional>
 #include <string>
 
@@ -12,105 +11,74 @@ namespace wrixel2::daemon {
 namespace {
 
 using platform::Dictionary;
-using platform::LogLevel;
-using platform::simulated::SimulatedPlatform;
 
-const std::string kPlist = "/System/Library/CoreServices/SpringBoard.app/Info.plist";
-const std::string kBackup = kPlist + ".WX2bak";
-const std::string kBackedUp = "INFO Info.plist successfully backed up";
-const std::string kNotBackedUp = "INFO Info.plist doesn't exist or already backed up";
-const std::string kAdded = "INFO Health keys added to: " + kPlist;
-
-Dictionary plist(std::optional<std::string> update, std::optional<std::string> share) {
+/// With these descriptions; an empty one is not there.
+Dictionary plist(const std::string& update, const std::string& share) {
   Dictionary result{{"CFBundleName", "Shell"}};
-  if (update) {
-    result.emplace("NSHealthUpdateUsageDescription", *update);
+  if (!update.empty()) {
+    result.emplace("NSHealthUpdateUsageDescription", update);
   }
-  if (share) {
-    result.emplace("NSHealthShareUsageDescription", *share);
+  if (!share.empty()) {
+    result.emplace("NSHealthShareUsageDescription", share);
   }
   return result;
 }
 
+enum class Fault { none, unreadable, damaged, noBackup, readOnly };
+
 TEST(InfoPlistPatchTest, BacksTheFileUpOnceAndAddsBothDescriptions) {
+  using enum Fault;
+  const std::string kPath = "/System/Library/CoreServices/SpringBoard.app/Info.plist";
+  const std::string kBackup = kPath + ".WX2bak";
+  const char* const kBackedUp = "INFO Info.plist successfully backed up";
+  const char* const kNotBackedUp = "INFO Info.plist doesn't exist or already backed up";
+  const char* const kNoBackup = "ERROR Failed to backup the Info.plist, ";
+  const char* const kNotLoaded = "ERROR Info.plist could not be loaded";
+  const char* const kNotWritten = "ERROR Info.plist file not written: ";
+  const char* const kAdded = "INFO Health keys added to: ";
+  const auto kFresh = plist("", "");
+  const auto kOne = plist("mine", "");
+  const auto kOther = plist("", "mine");
+  const auto kBoth = plist("mine", "mine");
   const auto kPatched = plist("Needed for Wrixel2", "Needed for Wrixel2");
+  const Dictionary kOld{{"old", true}};
+  using File = std::optional<Dictionary>;
   const struct {
     const char* what;
-    std::function<void(SimulatedPlatform&)> prepare;
+    Fault fault;
+    File plist;
+    File backup;
     std::vector<std::string> lines;  ///< each the beginning of one
-    std::optional<Dictionary> result;
-    std::optional<Dictionary> backup;
+    File plistAfter;
+    File backupAfter;
   } kCases[] = {
-      {"fresh",
-       [](SimulatedPlatform& s) { s.propertyLists.setDictionary(kPlist, plist({}, {})); },
-       {kBackedUp, kAdded},
-       kPatched,
-       plist({}, {})},
-      {"backed up already",
-       [](SimulatedPlatform& s) {
-         s.propertyLists.setDictionary(kPlist, plist({}, {}));
-         s.propertyLists.setDictionary(kBackup, {{"old", true}});
-       },
-       {kNotBackedUp, kAdded},
-       kPatched,
-       Dictionary{{"old", true}}},
-      {"only one there: both are overwritten",
-       [](SimulatedPlatform& s) { s.propertyLists.setDictionary(kPlist, plist("mine", {})); },
-       {kBackedUp, kAdded},
-       kPatched,
-       plist("mine", {})},
-      {"only the other there",
-       [](SimulatedPlatform& s) { s.propertyLists.setDictionary(kPlist, plist({}, "mine")); },
-       {kBackedUp, kAdded},
-       kPatched,
-       plist({}, "mine")},
-      {"both there: nothing is written",
-       [](SimulatedPlatform& s) {
-         s.propertyLists.setDictionary(kPlist, plist("mine", "mine"));
-         s.fileManager.setWriteError(kPlist, EACCES);
-       },
-       {kBackedUp},
-       plist("mine", "mine"),
-       plist("mine", "mine")},
-      {"missing",
-       [](SimulatedPlatform&) {},
-       {kNotBackedUp, "ERROR Info.plist could not be loaded"},
-       {},
-       {}},
-      {"unreadable",
-       [](SimulatedPlatform& s) {
-         s.propertyLists.setDictionary(kPlist, plist({}, {}));
-         s.fileManager.setIsReadable(kPlist, false);
-       },
-       {kNotBackedUp, "ERROR Info.plist could not be loaded"},
-       {},
-       {}},
-      {"damaged",
-       [](SimulatedPlatform& s) { s.fileManager.addFile(kPlist, "<plist"); },
-       {kBackedUp, "ERROR Info.plist could not be loaded"},
-       {},
-       {}},
-      {"cannot be backed up",
-       [](SimulatedPlatform& s) {
-         s.propertyLists.setDictionary(kPlist, plist({}, {}));
-         s.fileManager.setWriteError(kBackup, EACCES);
-       },
-       {"ERROR Failed to backup the Info.plist, "},
-       plist({}, {}),
-       {}},
-      {"cannot be written",
-       [](SimulatedPlatform& s) {
-         s.propertyLists.setDictionary(kPlist, plist({}, {}));
-         s.fileManager.setWriteError(kPlist, EROFS);
-       },
-       {kBackedUp, "ERROR Info.plist file not written: " + kPlist},
-       plist({}, {}),
-       plist({}, {})},
+      {"fresh", none, kFresh, {}, {kBackedUp, kAdded}, kPatched, kFresh},
+      {"backed up already", none, kFresh, kOld, {kNotBackedUp, kAdded}, kPatched, kOld},
+      {"one there, overwritten too", none, kOne, {}, {kBackedUp, kAdded}, kPatched, kOne},
+      {"only the other there", none, kOther, {}, {kBackedUp, kAdded}, kPatched, kOther},
+      {"both there, not written", readOnly, kBoth, {}, {kBackedUp}, kBoth, kBoth},
+      {"missing", none, {}, {}, {kNotBackedUp, kNotLoaded}, {}, {}},
+      {"unreadable", unreadable, kFresh, {}, {kNotBackedUp, kNotLoaded}, {}, {}},
+      {"damaged", damaged, {}, {}, {kBackedUp, kNotLoaded}, {}, {}},
+      {"cannot be backed up", noBackup, kFresh, {}, {kNoBackup}, kFresh, {}},
+      {"cannot be written", readOnly, kFresh, {}, {kBackedUp, kNotWritten}, kFresh, kFresh},
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.what);
-    SimulatedPlatform system;
-    c.prepare(system);
+    platform::simulated::SimulatedPlatform system;
+    if (c.plist) {
+      system.propertyLists.setDictionary(kPath, *c.plist);
+    }
+    if (c.backup) {
+      system.propertyLists.setDictionary(kBackup, *c.backup);
+    }
+    if (c.fault == damaged) {
+      system.fileManager.addFile(kPath, "<plist");
+    } else if (c.fault == unreadable) {
+      system.fileManager.setIsReadable(kPath, false);
+    } else if (c.fault != none) {
+      system.fileManager.setWriteError(c.fault == readOnly ? kPath : kBackup, EACCES);
+    }
     patchInfoPlist(system.handle(), platform::Logger(system.log, "main"));
 
     ASSERT_EQ(system.log.lines().size(), c.lines.size());
@@ -119,8 +87,8 @@ TEST(InfoPlistPatchTest, BacksTheFileUpOnceAndAddsBothDescriptions) {
       const auto text = std::string(levelWord(line.level)) + " " + line.message;
       EXPECT_TRUE(text.starts_with(c.lines[i])) << text;
     }
-    EXPECT_EQ(system.propertyLists.dictionary(kPlist), c.result);
-    EXPECT_EQ(system.propertyLists.dictionary(kBackup), c.backup);
+    EXPECT_EQ(system.propertyLists.dictionary(kPath), c.plistAfter);
+    EXPECT_EQ(system.propertyLists.dictionary(kBackup), c.backupAfter);
   }
 }
 

@@ -21,14 +21,17 @@ using namespace std::chrono_literals;
 
 constexpr std::uint64_t unsignedOf(std::int64_t value) { return static_cast<std::uint64_t>(value); }
 
-/// "2026-03-03 09:20:00", in the zone.
-Date at(const std::string& text, const platform::TimeZone& zone) {
-  DateComponents components;
-  EXPECT_EQ(std::sscanf(text.c_str(), "%d-%d-%d %d:%d:%d", &components.year, &components.month,
-                        &components.day, &components.hour, &components.minute, &components.second),
+/// "03-03 09:20:00" of 2026, or "2028-02-28 17:00:00", in the zone.
+Date at(std::string text, const platform::TimeZone& zone) {
+  if (text.size() < 19) {
+    text.insert(0, "2026-");
+  }
+  DateComponents c;
+  EXPECT_EQ(std::sscanf(text.c_str(), "%d-%d-%d %d:%d:%d", &c.year, &c.month, &c.day, &c.hour,
+                        &c.minute, &c.second),
             6)
       << text;
-  return dateFromComponents(components, zone);
+  return dateFromComponents(c, zone);
 }
 
 MoveSettings window(std::uint64_t start, std::uint64_t end, std::uint64_t period,
@@ -45,62 +48,32 @@ TEST(NextStepCheckTest, InTheListedSituations) {
   const auto day = window(8, 16, 1);
   const auto everyDay = window(8, 16, 1, false);
   const auto night = window(22, 6, 1, false);
+  const auto workNight = window(22, 6, 1);
   const struct {
     const char* what;
     MoveSettings settings;
-    bool hasBaseline;
     const char* now;
     const char* next;
-    std::uint64_t addedDays;
-    bool forgetsBaseline;
+    std::uint64_t addedDays = 0;
+    bool forgetsBaseline = false;
+    bool hasBaseline = true;
   } kCases[] = {
       // 2026-03-03 is a Tuesday.
-      {"inside", day, true, "2026-03-03 09:20:00", "2026-03-03 10:00:00", 0, false},
-      {"inside, first reading", day, false, "2026-03-03 09:20:00", "2026-03-03 09:20:02", 0, false},
-      {"first reading over midnight", window(22, 6, 1), false, "2026-03-03 23:59:59",
-       "2026-03-04 00:00:01", 0, false},
-      {"at the opening", day, true, "2026-03-03 08:00:00", "2026-03-03 09:00:00", 0, false},
-      {"before the opening", day, true, "2026-03-03 07:59:59", "2026-03-03 08:00:00", 0, true},
-      {"last period", day, true, "2026-03-03 15:10:00", "2026-03-03 16:00:00", 0, false},
-      {"at the end", day, true, "2026-03-03 16:00:00", "2026-03-04 08:00:00", 1, true},
-      {"after the end", day, true, "2026-03-03 20:00:00", "2026-03-04 08:00:00", 1, true},
-      {"a moment early still means the next hour", day, true, "2026-03-03 09:59:58",
-       "2026-03-03 11:00:00", 0, false},
-      {"two hours", window(8, 16, 2), true, "2026-03-03 13:59:57", "2026-03-03 15:00:00", 0, false},
-      {"two hours would end after the window", window(8, 16, 2), true, "2026-03-03 15:00:00",
-       "2026-03-04 08:00:00", 1, true},
-      {"Friday evening leads to Saturday, which is looked at then", day, true,
-       "2026-03-06 16:00:00", "2026-03-07 08:00:00", 1, true},
-      {"Saturday", day, true, "2026-03-07 10:00:00", "2026-03-09 08:00:00", 2, true},
-      {"Sunday", day, true, "2026-03-08 10:00:00", "2026-03-09 08:00:00", 1, true},
-      {"Sunday before the window", day, true, "2026-03-08 03:00:00", "2026-03-09 08:00:00", 1,
-       true},
-      {"Saturday counts", everyDay, true, "2026-03-07 10:00:00", "2026-03-07 11:00:00", 0, false},
-      {"Saturday's first moment", day, true, "2026-03-07 00:00:00", "2026-03-09 08:00:00", 2, true},
-      {"Friday's last night hour", window(22, 6, 1), true, "2026-03-06 23:30:00",
-       "2026-03-07 00:00:00", 0, false},
-      {"over midnight, at noon", night, true, "2026-03-03 12:00:00", "2026-03-03 22:00:00", 0,
-       true},
-      {"over midnight, before it", night, true, "2026-03-03 23:10:00", "2026-03-04 00:00:00", 0,
-       false},
-      {"over midnight, after it", night, true, "2026-03-03 04:30:00", "2026-03-03 05:00:00", 0,
-       false},
-      {"over midnight, last period", night, true, "2026-03-03 05:30:00", "2026-03-03 06:00:00", 0,
-       false},
-      {"over midnight, at the end", night, true, "2026-03-03 06:00:00", "2026-03-03 22:00:00", 0,
-       true},
-      {"over midnight, just before the opening", night, true, "2026-03-03 21:59:59",
-       "2026-03-03 22:00:00", 0, true},
-      {"end of the month", everyDay, true, "2026-04-30 17:00:00", "2026-05-01 08:00:00", 1, true},
-      {"end of February", everyDay, true, "2026-02-28 17:00:00", "2026-03-01 08:00:00", 1, true},
-      {"leap day", everyDay, true, "2028-02-28 17:00:00", "2028-02-29 08:00:00", 1, true},
-      {"weekend over the end of the year", day, true, "2033-12-31 10:00:00", "2034-01-02 08:00:00",
-       2, true},
-      {"night over the end of the year", night, true, "2026-12-31 23:20:00", "2027-01-01 00:00:00",
-       0, false},
+      {"first reading", day, "03-03 09:20:00", "03-03 09:20:02", 0, false, false},
+      {"first, over midnight", workNight, "03-03 23:59:59", "03-04 00:00:01", 0, false, false},
+      {"at the opening", day, "03-03 08:00:00", "03-03 09:00:00"},
+      {"before the opening", day, "03-03 07:59:59", "03-03 08:00:00", 0, true},
+      {"at the end", day, "03-03 16:00:00", "03-04 08:00:00", 1, true},
+      {"a moment early is the next hour", day, "03-03 09:59:58", "03-03 11:00:00"},
+      // Saturday itself is looked at then.
+      {"Friday evening", day, "03-06 16:00:00", "03-07 08:00:00", 1, true},
+      {"Saturday's first moment", day, "03-07 00:00:00", "03-09 08:00:00", 2, true},
+      {"night, at the end", night, "03-03 06:00:00", "03-03 22:00:00", 0, true},
+      {"leap day", everyDay, "2028-02-28 17:00:00", "2028-02-29 08:00:00", 1, true},
+      {"weekend at new year", day, "2033-12-31 10:00:00", "2034-01-02 08:00:00", 2, true},
+      {"night at new year", night, "12-31 23:20:00", "2027-01-01 00:00:00"},
       // Deliberate: the two seconds are added before the day is taken.
-      {"last seconds of a day", everyDay, true, "2026-03-03 23:59:58", "2026-03-05 08:00:00", 1,
-       true},
+      {"last seconds of a day", everyDay, "03-03 23:59:58", "03-05 08:00:00", 1, true},
   };
   SimulatedTimeZone zone;
   zone.setSecondsFromGMT(-5 * 3600);
@@ -119,9 +92,6 @@ TEST(NextStepCheckTest, HasNoMomentInSettingsThatLeaveNone) {
     const char* what;
     MoveSettings settings;
   } kCases[] = {
-      {"no window", window(8, 8, 1)},
-      {"no room", window(8, 9, 1)},
-      {"no room over midnight", window(23, 0, 1)},
       {"no period", window(8, 16, 0)},
       {"a period of a day", window(0, 23, 24)},
       {"an opening hour that is none", window(24, 6, 1)},
@@ -134,7 +104,7 @@ TEST(NextStepCheckTest, HasNoMomentInSettingsThatLeaveNone) {
   const SimulatedTimeZone zone;
   for (const auto& c : kCases) {
     for (int hour = 0; hour < 24; ++hour) {
-      const Date now = at("2026-03-03 00:10:00", zone) + std::chrono::hours(hour);
+      const Date now = at("03-03 00:10:00", zone) + std::chrono::hours(hour);
       EXPECT_FALSE(nextStepCheck(now, zone, c.settings, true)) << c.what;
       EXPECT_FALSE(nextStepCheck(now, zone, c.settings, false)) << c.what;
     }
@@ -145,29 +115,26 @@ TEST(NextStepCheckTest, FollowsTheClocksThroughDaylightSaving) {
   const auto day = window(8, 16, 1, false);
   const auto night = window(22, 6, 1, false);
   const auto slowNight = window(22, 6, 2, false);
+  const auto early = window(2, 9, 1, false);
   const struct {
     const char* what;
     MoveSettings settings;
-    bool hasBaseline;
     const char* nowUtc;
     const char* nextUtc;
+    bool hasBaseline = true;
   } kCases[] = {
       // Central Europe: 02:00 becomes 03:00 on 2026-03-29 at 01:00 UTC.
-      {"over the hour that is left out", night, true, "2026-03-29 00:20:00", "2026-03-29 01:00:00"},
-      {"two hours over it", slowNight, true, "2026-03-29 00:20:00", "2026-03-29 02:00:00"},
-      {"next morning, in summer time", day, true, "2026-03-28 17:00:00", "2026-03-29 06:00:00"},
-      {"a window that opens in the hour left out", window(2, 9, 1, false), true,
-       "2026-03-28 17:00:00", "2026-03-29 01:00:00"},
+      {"over the hour that is left out", night, "03-29 00:20:00", "03-29 01:00:00"},
+      {"two hours over it", slowNight, "03-29 00:20:00", "03-29 02:00:00"},
+      {"next morning, in summer time", day, "03-28 17:00:00", "03-29 06:00:00"},
+      {"opens in the hour left out", early, "03-28 17:00:00", "03-29 01:00:00"},
       // 03:00 becomes 02:00 on 2026-10-25 at 01:00 UTC: 02:30 comes at 00:30 and at 01:30 UTC.
-      {"into the hour that comes twice", night, true, "2026-10-24 23:30:00", "2026-10-25 00:00:00"},
-      {"from its first to its second time", night, true, "2026-10-25 00:30:00",
-       "2026-10-25 01:00:00"},
-      {"two hours, to its second time", slowNight, true, "2026-10-24 23:30:00",
-       "2026-10-25 01:00:00"},
-      {"out of its second time", night, true, "2026-10-25 01:30:00", "2026-10-25 02:00:00"},
-      {"first reading in its second time", night, false, "2026-10-25 01:30:00",
-       "2026-10-25 01:30:02"},
-      {"next morning, in winter time", day, true, "2026-10-24 17:00:00", "2026-10-25 07:00:00"},
+      {"into the hour that comes twice", night, "10-24 23:30:00", "10-25 00:00:00"},
+      {"from its first to its second time", night, "10-25 00:30:00", "10-25 01:00:00"},
+      {"two hours, to its second time", slowNight, "10-24 23:30:00", "10-25 01:00:00"},
+      {"out of its second time", night, "10-25 01:30:00", "10-25 02:00:00"},
+      {"first reading in its second", night, "10-25 01:30:00", "10-25 01:30:02", false},
+      {"next morning, in winter time", day, "10-24 17:00:00", "10-25 07:00:00"},
   };
   SimulatedTimeZone zone;
   zone.setCentralEurope();
@@ -195,7 +162,7 @@ std::optional<int> daysByTheRules(const MoveSettings& settings, int weekday, std
 
 TEST(NextStepCheckTest, ObeysTheRulesInEveryWindowAtEveryHour) {
   const SimulatedTimeZone zone;
-  const Date week = at("2026-03-01 00:00:00", zone);  // a Sunday
+  const Date week = at("03-01 00:00:00", zone);  // a Sunday
   std::size_t checked = 0;
   for (std::uint64_t start = 0; start < 24; ++start) {
     for (std::uint64_t end = 0; end < 24; ++end) {
@@ -216,7 +183,7 @@ TEST(NextStepCheckTest, ObeysTheRulesInEveryWindowAtEveryHour) {
           const Date expected = days ? std::chrono::floor<std::chrono::days>(now) +
                                            std::chrono::days(*days) + std::chrono::hours(start)
                                      : now - 25min + std::chrono::hours(period);
-          ASSERT_TRUE(check->fireDate == expected)
+          ASSERT_TRUE(check->fireDate == expected && check->forgetsBaseline == days.has_value())
               << start << " to " << end << " by " << period << " at " << description(now);
         }
       }
@@ -237,7 +204,7 @@ TEST(NextStepCheckTest, NoTwoChecksOfAChainComeWithinAMinute) {
         window(static_cast<std::uint64_t>(pick(0, 23)), static_cast<std::uint64_t>(pick(0, 23)),
                static_cast<std::uint64_t>(pick(1, 6)), pick(0, 1) == 0);
     // Anywhere in the year, with a clock change within the next weeks half of the time.
-    Date now = at(pick(0, 1) == 0 ? "2026-03-20 00:00:00" : "2026-10-15 00:00:00", zone) +
+    Date now = at(pick(0, 1) == 0 ? "03-20 00:00:00" : "10-15 00:00:00", zone) +
                std::chrono::seconds(pick(0, 20 * 86400));
     auto check = nextStepCheck(now, zone, settings, true);
     for (int i = 0; i < 100 && check; ++i) {

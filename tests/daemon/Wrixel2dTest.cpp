@@ -1,4 +1,3 @@
-#include <cerrno>
 #include <chrono>
 #include <string>
 #include <utility>
@@ -19,100 +18,19 @@ using platform::LogLevel;
 using platform::Value;
 using namespace std::chrono_literals;
 
-// Construction -----------------------------------------------------------------------------------
+using Lines = std::vector<std::string>;
 
-/// Writes down, in one list, what a controller registers and logs while it is made.
-class RegistrationRecorder final : public platform::MessageCenters,
-                                   public platform::DarwinNotifyCenter,
-                                   public platform::DistributedNotificationCenter,
-                                   public platform::Log {
- public:
-  std::unique_ptr<platform::MessageCenter> centerNamed(std::string_view name) override {
-    events.push_back("center " + std::string(name));
-    return std::make_unique<Center>(events);
-  }
-  std::unique_ptr<platform::Observation> addObserver(
-      std::string_view name, platform::SuspensionBehavior behavior,
-      platform::DarwinNotifyCenter::Callback) override {
-    events.push_back(
-        std::string("darwin ") +
-        (behavior == platform::SuspensionBehavior::coalesce ? "coalesce " : "immediately ") +
-        std::string(name));
-    return std::make_unique<platform::Observation>();
-  }
-  std::unique_ptr<platform::Observation> addObserver(
-      std::string_view name, platform::DistributedNotificationCenter::Callback) override {
-    events.push_back("distributed " + std::string(name));
-    return std::make_unique<platform::Observation>();
-  }
-  void post(std::string_view) override {}
-  void post(const platform::Notification&) override {}
-  void write(LogLevel level, std::string_view module, unsigned, std::string_view message) override {
-    events.push_back(std::string(platform::levelWord(level)) + " " + std::string(module) + " " +
-                     std::string(message));
-  }
-  void writePlain(std::string_view) override {}
-  bool showsPrivate() const override { return false; }
+constexpr const char* kLockComplete = "com.apple.springboard.lockcomplete";
+constexpr const char* kLockState = "com.apple.springboard.lockstate";
 
-  std::vector<std::string> events;
-
- private:
-  class Center final : public platform::MessageCenter {
-   public:
-    explicit Center(std::vector<std::string>& events) : events_(events) {}
-    platform::ErrorOrNone runServer() override {
-      events_.push_back("serve");
-      return {};
-    }
-    void registerForMessageName(std::string_view name, Handler) override {
-      events_.push_back("message " + std::string(name));
-    }
-    void registerForMessageNameWithReply(std::string_view, ReplyingHandler) override {}
-    void sendMessageName(std::string_view, const Dictionary&) override {}
-    platform::Result<std::unique_ptr<platform::PendingAnswer>> sendMessageNameForAnswer(
-        std::string_view, const Dictionary&, AnswerHandler) override {
-      return platform::Error{};
-    }
-    platform::Result<Dictionary> sendMessageAndReceiveReplyName(std::string_view,
-                                                                const Dictionary&) override {
-      return Dictionary{};
-    }
-
-   private:
-    std::vector<std::string>& events_;
-  };
+class Wrixel2dTest : public DaemonHarness {
+ protected:
+  bool isConnectedMode() const { return manager->isConnectedMode(); }
 };
 
-TEST(Wrixel2dConstructionTest, RegistersEverythingInItsOrder) {
-  const std::vector<std::string> kBeforePatch{
-      "center org.corvale.wrixel2Ipc",
-      "center org.corvale.wrixel2dIpc",
-      "serve",
-      "message bulletinRequest",
-      "message stopVibration",
-      "message DND",
-      "message appChanged",
-      "message phoneCall",
-      "message letUsStart",
-  };
-  const std::vector<std::string> kAfterPatch{
-      "darwin coalesce org.corvale.wrixel2prefs.preferencechanged",
-      "darwin coalesce org.corvale.wrixel2prefs.preferencechanged/hk",
-      "darwin coalesce org.corvale.wrixel2prefs.preferencechanged/measure",
-      "darwin coalesce org.corvale.wrixel2prefs.preferencechanged/hkInterval",
-      "darwin coalesce org.corvale.wrixel2prefs.preferencechanged/move",
-      "darwin coalesce org.corvale.wrixel2prefs.preferencechanged/continuous",
-      "darwin coalesce org.corvale.wrixel2prefs.preferencechanged/stopwatchChanged",
-      "darwin immediately com.apple.springboard.lockcomplete",
-      "darwin immediately com.apple.springboard.lockstate",
-      "darwin immediately org.corvale.wrixel2.lockToCurrentBand",
-      "darwin immediately org.corvale.wrixel2.removeLock",
-      "distributed org.corvale.wrixel2.measure",
-      "distributed org.corvale.wrixel2.steps",
-      "distributed org.corvale.wrixel2.stopwatch",
-      "darwin immediately org.corvale.wrixel2.syncClock",
-      "darwin immediately org.corvale.wrixel2.keyChanged",
-  };
+// Construction -----------------------------------------------------------------------------------
+
+TEST_F(Wrixel2dTest, TheInfoPlistIsPatchedFromVersionTenOn) {
   const struct {
     const char* version;
     bool isPatched;
@@ -120,67 +38,29 @@ TEST(Wrixel2dConstructionTest, RegistersEverythingInItsOrder) {
                 {"11", true},   {"8", false},     {"", false},    {"new", false}};
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.version);
-    platform::simulated::SimulatedPlatform system;
     system.systemInfo.systemVersion = c.version;
     system.propertyLists.setDictionary(system.systemInfo.infoPlistPath, {});
-    RegistrationRecorder recorder;
-    const auto& p = system.handle();
-    const platform::Platform recorded{
-        p.runLoop,       p.clock,        p.localTimeZone,  recorder,         recorder,
-        recorder,        recorder,       p.objectExporter, p.bluetoothRadio, p.healthStore,
-        p.propertyLists, p.userDefaults, p.fileManager,    p.systemInfo,     p.serviceManager};
-    const auto made = Wrixel2d::create(recorded, [] { return nullptr; });
-    ASSERT_TRUE(made);
-
-    auto expected = kBeforePatch;
-    expected.push_back("INFO main Starting Wrixel2d on iOS version: " + std::string(c.version));
-    if (c.isPatched) {
-      expected.push_back("INFO main Info.plist successfully backed up");
-      expected.push_back("INFO main Health keys added to: " + system.systemInfo.infoPlistPath);
-    }
-    expected.insert(expected.end(), kAfterPatch.begin(), kAfterPatch.end());
-    EXPECT_EQ(recorder.events, expected);
+    start();
+    const auto plist = system.propertyLists.dictionary(system.systemInfo.infoPlistPath);
+    EXPECT_NE(plist->empty(), c.isPatched);
+    EXPECT_EQ(requests("Starting Wrixel2d on iOS version: " + std::string(c.version)), 1U);
     EXPECT_TRUE(system.serviceManager.isReady());
   }
 }
 
-class Wrixel2dTest : public DaemonHarness {
- protected:
-  void bulletin(const Dictionary& userInfo) {
-    send("bulletinRequest", userInfo);
-    run();
-  }
-  bool isConnectedMode() const { return manager->isConnectedMode(); }
-};
-
-TEST_F(Wrixel2dTest, StartsLockedAndLeavesTheBandAlone) {
-  start();
-  run();
-  const auto& state = wrixel2d->state();
-  EXPECT_FALSE(state.started);
-  EXPECT_FALSE(state.dndActive);
-  EXPECT_TRUE(state.deviceLocked);
-  EXPECT_FALSE(state.lockCompleteSeen);
-  EXPECT_EQ(bandsMade, 0);
-  EXPECT_TRUE(system.messageCenters.sentMessages().empty());
-  EXPECT_EQ(system.runLoop.pendingTimers(), 0U);
-}
-
-TEST_F(Wrixel2dTest, CannotBeMadeWhileAnotherProgramServesTheCenter) {
+TEST_F(Wrixel2dTest, OneControllerServesTheCenterForAsLongAsItIsHeld) {
   system.messageCenters.setTaken("org.corvale.wrixel2dIpc", true);
-  const auto made = Wrixel2d::create(platform(), bandFactory());
-  ASSERT_FALSE(made);
-  EXPECT_FALSE(made.error().localizedDescription.empty());
+  const auto refused = Wrixel2d::create(platform(), bandFactory());
+  ASSERT_FALSE(refused);
+  EXPECT_FALSE(refused.error().localizedDescription.empty());
   EXPECT_FALSE(system.serviceManager.isReady());
   EXPECT_TRUE(system.log.lines().empty());
-}
 
-TEST_F(Wrixel2dTest, TheSharedControllerIsMadeOnceForAsLongAsItIsHeld) {
+  system.messageCenters.setTaken("org.corvale.wrixel2dIpc", false);
   {
     const auto first = Wrixel2d::sharedManager(platform(), bandFactory());
     const auto second = Wrixel2d::sharedManager(platform(), nullptr);
-    ASSERT_TRUE(first);
-    ASSERT_TRUE(second);
+    ASSERT_TRUE(first && second);
     EXPECT_EQ(*first, *second);
   }
   EXPECT_FALSE(system.messageCenters.isServed("org.corvale.wrixel2dIpc"));
@@ -196,19 +76,15 @@ TEST_F(Wrixel2dTest, StartsByTheCompanionTheFirstUnlockOrThePreferences) {
   } kCases[] = {
       {"letUsStart", [this] { send("letUsStart"); }, true},
       {"preferences", [this] { postPreference(); }, true},
-      {"unlock", [this] { post("com.apple.springboard.lockstate"); }, true},
+      {"unlock", [this] { post(kLockState); }, true},
       {"health settings", [this] { postPreference("/hk"); }, false},
-      {"lock",
-       [this] {
-         post("com.apple.springboard.lockcomplete");
-         post("com.apple.springboard.lockstate");
-       },
-       false},
   };
+  start();
+  run();
+  EXPECT_EQ(system.runLoop.pendingTimers(), 0U);
+  EXPECT_TRUE(system.messageCenters.sentMessages().empty());
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.what);
-    wrixel2d.reset();
-    bandsMade = 0;
     start();
     c.trigger();
     run();
@@ -221,13 +97,15 @@ TEST_F(Wrixel2dTest, StopsAndStartsAgainWithTheSameBandObject) {
   startService({{"hrInterval", 30}, {"continuousHr", true}, {"moveEnabled", true}});
   system.runLoop.runFor(1s);
   const auto* const band = wrixel2d->state().band.get();
-  EXPECT_EQ(system.runLoop.persistentTimers("com.corvalt.wrixel2").size(), 1U);
-  EXPECT_EQ(system.runLoop.persistentTimers("com.corvale.wrixel2").size(), 1U);
-  EXPECT_EQ(system.runLoop.persistentTimers("com.corvale.wrixel2/step").size(), 1U);
+  EXPECT_EQ(system.runLoop.persistentTimers().size(), 3U);
+  postPreference("/measure");
+  run();
+  ASSERT_TRUE(manager->isHeartRateActive());
 
   set("connectedMode", 1);
   change("enabled", false, "");
   EXPECT_FALSE(wrixel2d->state().started);
+  EXPECT_FALSE(manager->isHeartRateActive()) << "the band was asked for it";
   EXPECT_TRUE(system.runLoop.persistentTimers().empty());
   EXPECT_FALSE(isConnectedMode()) << "not touched when the service goes off";
   system.runLoop.runFor(10min);
@@ -243,37 +121,26 @@ TEST_F(Wrixel2dTest, StopsAndStartsAgainWithTheSameBandObject) {
   EXPECT_EQ(bandsMade, 1);
 }
 
-TEST_F(Wrixel2dTest, StoppingGivesUpWhatTheBandWasAskedFor) {
-  startService();
-  postPreference("/measure");
-  run();
-  ASSERT_TRUE(manager->isHeartRateActive());
-  change("enabled", false, "");
-  EXPECT_FALSE(manager->isHeartRateActive());
-}
-
 TEST_F(Wrixel2dTest, TheUserIsToldOnceAtStartWhenTheAppIsMissing) {
   const std::string kWarning =
       "Wrixel2 warning|MiFit app not found. Please install it and log in. It's needed to fetch "
       "some MiBand2 config data. You don't have to use it, but it should be installed in order to "
       "use the tweak.";
   const struct {
-    const char* what;
     Dictionary appInfo;
     const char* line;
     bool warns;
   } kCases[] = {
-      {"there", {{"MiFitBasePath", "/MiFit"}}, "path: /MiFit", false},
-      {"empty", {{"MiFitBasePath", ""}}, "path: ", true},
-      {"missing", {}, "path: (null)", true},
-      {"no text", {{"MiFitBasePath", 5}}, "path: (null)", true},
+      {{{"MiFitBasePath", "/MiFit"}}, "path: /MiFit", false},
+      {{{"MiFitBasePath", ""}}, "path: ", true},
+      {{}, "path: (null)", true},
+      {{{"MiFitBasePath", 5}}, "path: (null)", true},
   };
   for (const auto& c : kCases) {
-    SCOPED_TRACE(c.what);
-    wrixel2d.reset();
-    forget();
+    SCOPED_TRACE(c.line);
     companion->appInfo = c.appInfo;
     start();
+    forget();
     postPreference();
     postPreference();
     run();
@@ -283,36 +150,26 @@ TEST_F(Wrixel2dTest, TheUserIsToldOnceAtStartWhenTheAppIsMissing) {
 }
 
 TEST_F(Wrixel2dTest, WithoutACompanionTheDefaultsHoldAndALineSaysSo) {
-  const struct {
-    const char* what;
-    std::function<void()> prepare;
-    std::chrono::seconds waited;
-  } kCases[] = {
-      {"hanging", [this] { system.messageCenters.setHanging("org.corvale.wrixel2Ipc", true); }, 4s},
-      {"absent",
-       [this] {
-         system.messageCenters.setHanging("org.corvale.wrixel2Ipc", false);
-         companion.reset();
-       },
-       0s},
-  };
   companion->settings = {{"onlyLocked", true}};
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.what);
-    wrixel2d.reset();
-    forget();
+  for (const bool isHanging : {true, false}) {
+    SCOPED_TRACE(isHanging ? "hanging" : "absent");
     start();
-    c.prepare();
+    forget();
+    system.messageCenters.setHanging("org.corvale.wrixel2Ipc", isHanging);
+    if (!isHanging) {
+      companion.reset();
+    }
     const auto before = system.clock.monotonicNow();
     send("letUsStart");
     run();
-    EXPECT_EQ(system.clock.monotonicNow() - before, c.waited) << "two requests of two seconds";
+    EXPECT_EQ(system.clock.monotonicNow() - before, isHanging ? 4s : 0s)
+        << "two requests of two seconds";
     EXPECT_TRUE(wrixel2d->state().started) << "enabled by default";
     EXPECT_FALSE(wrixel2d->state().settings.onlyLocked);
     const auto warnings = lines(LogLevel::warning);
     ASSERT_EQ(warnings.size(), 2U);
-    EXPECT_NE(warnings[0].find("No settings from the shell companion"), std::string::npos);
-    EXPECT_NE(warnings[1].find("No app info from the shell companion"), std::string::npos);
+    EXPECT_TRUE(warnings[0].starts_with("No settings from the shell companion"));
+    EXPECT_TRUE(warnings[1].starts_with("No app info from the shell companion"));
     EXPECT_EQ(userAlerts().size(), 1U) << "told that the app is missing";
   }
 }
@@ -324,43 +181,30 @@ TEST_F(Wrixel2dTest, ConnectedModeFollowsTheSettingAndDoNotDisturb) {
     bool normal;  ///< expected without it
   } kCases[] = {{0, false, false}, {1, true, true},  {2, false, true},
                 {3, true, true},   {-1, true, true}, {"2", false, true}};
-  startService();
+  companion->settings = {{"connectedMode", 2}};
+  start();
+  setQuiet(true);
+  send("letUsStart");
+  run();
+  EXPECT_FALSE(isConnectedMode()) << "Do Not Disturb of before the start counts";
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.mode.longValue());
     change("connectedMode", c.mode, "");
-    EXPECT_EQ(isConnectedMode(), c.normal);
-    send("DND", {{"DNDEnabled", true}});
-    run();
-    EXPECT_TRUE(wrixel2d->state().dndActive);
+    setQuiet(true);
     EXPECT_EQ(isConnectedMode(), c.quiet);
-    send("DND", {{"DNDEnabled", "no"}});
-    run();
+    setQuiet(false);
     EXPECT_EQ(isConnectedMode(), c.normal);
   }
-  // An absent flag is false, and so is one of no use.
-  for (const Dictionary& userInfo :
+  for (const Dictionary& nothingOfUse :
        {Dictionary{}, Dictionary{{"DNDEnabled", platform::Bytes{1}}}}) {
     send("DND", {{"DNDEnabled", 1}});
-    send("DND", userInfo);
+    send("DND", nothingOfUse);
     run();
     EXPECT_FALSE(wrixel2d->state().dndActive);
   }
 }
 
-TEST_F(Wrixel2dTest, DoNotDisturbBeforeTheStartCountsAtTheStart) {
-  companion->settings = {{"connectedMode", 2}};
-  start();
-  send("DND", {{"DNDEnabled", true}});
-  send("letUsStart");
-  run();
-  EXPECT_FALSE(isConnectedMode());
-}
-
-// Lock tracking ----------------------------------------------------------------------------------
-
 TEST_F(Wrixel2dTest, TellsLocksFromUnlocks) {
-  constexpr const char* kComplete = "com.apple.springboard.lockcomplete";
-  constexpr const char* kState = "com.apple.springboard.lockstate";
   const struct {
     std::vector<const char*> postings;
     bool locked;
@@ -368,67 +212,59 @@ TEST_F(Wrixel2dTest, TellsLocksFromUnlocks) {
     bool started;
   } kCases[] = {
       {{}, true, false, false},
-      {{kState}, false, false, true},
-      {{kComplete}, true, true, false},
-      {{kComplete, kState}, true, false, false},
-      {{kComplete, kComplete, kState}, true, false, false},
-      {{kComplete, kState, kState}, false, false, true},
-      {{kState, kComplete}, true, true, true},
-      {{kState, kComplete, kState}, true, false, true},
-      {{kState, kComplete, kState, kState}, false, false, true},
+      {{kLockState}, false, false, true},
+      {{kLockComplete}, true, true, false},
+      {{kLockComplete, kLockState}, true, false, false},
+      {{kLockComplete, kLockComplete, kLockState}, true, false, false},
+      {{kLockComplete, kLockState, kLockState}, false, false, true},
+      {{kLockState, kLockComplete}, true, true, true},
+      {{kLockState, kLockComplete, kLockState}, true, false, true},
+      {{kLockState, kLockComplete, kLockState, kLockState}, false, false, true},
   };
   for (const auto& c : kCases) {
-    wrixel2d.reset();
+    SCOPED_TRACE(testing::PrintToString(c.postings));
     start();
     for (const auto* posting : c.postings) {
       post(posting);
     }
     run();
     const auto& state = wrixel2d->state();
-    SCOPED_TRACE(c.postings.size());
     EXPECT_EQ(state.deviceLocked, c.locked);
     EXPECT_EQ(state.lockCompleteSeen, c.seen);
     EXPECT_EQ(state.started, c.started);
   }
-  // Once started, an unlock reads no settings.
   forget();
-  post(kState);
+  post(kLockState);
   run();
-  EXPECT_TRUE(system.messageCenters.sentMessages("getPrefsDict").empty());
+  EXPECT_TRUE(system.messageCenters.sentMessages("getPrefsDict").empty())
+      << "once started, an unlock reads no settings";
 }
 
 // Settings ---------------------------------------------------------------------------------------
 
-TEST_F(Wrixel2dTest, HealthSettingsAreReadAgainAndNothingElse) {
+TEST_F(Wrixel2dTest, APartialReloadReadsNothingElse) {
   startService();
   change("enabled", false, "/hk");
   EXPECT_FALSE(wrixel2d->state().settings.enabled);
   EXPECT_TRUE(wrixel2d->state().started) << "only read";
   change("enabled", true, "/hk");
   EXPECT_EQ(system.messageCenters.sentMessages().size(), 2U);
-}
 
-TEST_F(Wrixel2dTest, TheMoveReloadReadsItsSevenKeysAloneAndReplacesTheSnapshot) {
-  startService();
-  companion->settings = {{"enabled", false},      {"timeout", 60},     {"moveEnabled", true},
-                         {"onlyWeekdays", false}, {"sensitivity", 20}, {"stepRepeat", 3},
-                         {"remindPeriod", 2},     {"startSteps", 9},   {"endSteps", 18},
+  companion->settings = {{"enabled", false},
+                         {"timeout", 60},
+                         {"sensitivity", 20},
+                         {"endSteps", 18},
                          {"MBIcon-app", 9}};
-  postPreference("/move");
-  run();
+  change("moveEnabled", true, "/move");
   const auto& settings = wrixel2d->state().settings;
   EXPECT_TRUE(settings.enabled);
   EXPECT_EQ(settings.timeout, 15U);
   EXPECT_TRUE(settings.move.moveEnabled);
-  EXPECT_FALSE(settings.move.onlyWeekdays);
   EXPECT_EQ(settings.move.sensitivity, 20U);
-  EXPECT_EQ(settings.move.stepRepeat, 3U);
-  EXPECT_EQ(settings.move.remindPeriod, 2U);
-  EXPECT_EQ(settings.move.startSteps, 9U);
   EXPECT_EQ(settings.move.endSteps, 18U);
   send("appChanged", {{"appInfo", "app"}});
   run();
-  EXPECT_EQ(newBandAlert(), (BandAlert{1, 9, 0, {}}));
+  EXPECT_EQ(newBandAlert(), (BandAlert{1, 9, 0, {}})) << "apps are looked up in the new snapshot";
 }
 
 TEST_F(Wrixel2dTest, AFaultyMoveWindowIsToldAndKept) {
@@ -465,8 +301,10 @@ TEST_F(Wrixel2dTest, MessagesBeforeTheStartHaveNoEffect) {
   send("phoneCall", {{"callHanged", 1}});
   post("org.corvale.wrixel2.lockToCurrentBand");
   post("org.corvale.wrixel2.removeLock");
+  post("org.corvale.wrixel2.syncClock");
+  post("org.corvale.wrixel2.keyChanged");
+  set("hrInterval", 30);
   for (const auto* suffix : {"/measure", "/hkInterval", "/continuous", "/stopwatchChanged"}) {
-    companion->settings.emplace("hrInterval", 30);
     postPreference(suffix);
   }
   run();
@@ -482,60 +320,48 @@ TEST_F(Wrixel2dTest, ANotificationIsForwardedAsTheAppsSettingsSay) {
   const Dictionary kMessage{
       {"sectionID", "org.example.Chat"}, {"title", "Anna"}, {"message", "See you at six"}};
   bulletin(kMessage);
-  EXPECT_EQ(lines(LogLevel::info), (std::vector<std::string>{"#Forwaring: org.example.Chat"}));
+  EXPECT_EQ(lines(LogLevel::info), (Lines{"#Forwaring: org.example.Chat"}));
   EXPECT_EQ(newBandAlert(), (BandAlert{2, 9, 4, "Anna:See you at six"}));
   EXPECT_FALSE(system.log.contains(LogLevel::info, "See you")) << "texts are private";
 
   forget();
   bulletin({{"sectionID", "com.apple.mobiletimer"}, {"title", "Alarm"}});
-  EXPECT_EQ(lines(LogLevel::info),
-            (std::vector<std::string>{"Triggering an alarm in an enhanced mode ..."}));
+  EXPECT_EQ(lines(LogLevel::info), (Lines{"Triggering an alarm in an enhanced mode ..."}));
   EXPECT_EQ(newBandAlert(), (BandAlert{20, 27, 8, {}}));
 
   // Without an icon of its own an app passes the rules, and the band stays as it is.
   forget();
   bulletin({{"sectionID", "org.example.Other"}, {"message", "text"}});
-  EXPECT_EQ(lines(LogLevel::info), (std::vector<std::string>{"#Forwaring: org.example.Other"}));
-  EXPECT_FALSE(newBandAlert());
-
-  forget();
-  send("DND", {{"DNDEnabled", true}});
-  bulletin(kMessage);
-  EXPECT_EQ(lines(LogLevel::info),
-            (std::vector<std::string>{"Not forwarding org.example.Chat: Do Not Disturb is on"}));
+  EXPECT_EQ(lines(LogLevel::info), (Lines{"#Forwaring: org.example.Other"}));
   EXPECT_FALSE(newBandAlert());
 }
 
 TEST_F(Wrixel2dTest, WhatIsNotForwardedHasOneLineWithItsReason) {
   struct {
     Dictionary settings;
-    Dictionary bulletin;
-    const char* line;
+    const char* app;
+    const char* reason;
   } const cases[] = {
-      {{{"enabled", false}}, {{"sectionID", "app"}}, "app: the service is switched off"},
-      {{{"onlyLocked", true}}, {{"sectionID", "app"}}, "app: the phone is not locked"},
-      {{},
-       {{"sectionID", "com.apple.mobilephone"}},
-       "com.apple.mobilephone: calls are alerted as calls"},
-      {{},
-       {{"sectionID", "com.apple.mobiletimer"}},
-       "com.apple.mobiletimer: an alarm without a title"},
-      {{{"donotannoy", true}}, {{"sectionID", "twice"}}, "twice: too soon after the last one"},
+      {{{"enabled", false}}, "app", "the service is switched off"},
+      {{{"onlyLocked", true}}, "app", "the phone is not locked"},
+      {{}, "com.apple.mobilephone", "calls are alerted as calls"},
+      {{}, "com.apple.mobiletimer", "an alarm without a title"},
+      {{{"donotannoy", true}}, "twice", "too soon after the last one"},
+      {{{"MBIcon-quiet", 9}}, "quiet", "Do Not Disturb is on"},
   };
   startService();
-  post("com.apple.springboard.lockstate");
+  post(kLockState);
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.line);
     companion->settings = c.settings;
     postPreference("/hk");
-    run();
+    setQuiet(c.settings.contains("MBIcon-quiet"));
     if (c.settings.contains("donotannoy")) {
-      bulletin(c.bulletin);
+      bulletin({{"sectionID", c.app}});
     }
     forget();
-    bulletin(c.bulletin);
+    bulletin({{"sectionID", c.app}});
     EXPECT_EQ(lines(LogLevel::info),
-              (std::vector<std::string>{std::string("Not forwarding ") + c.line}));
+              (Lines{std::string("Not forwarding ") + c.app + ": " + c.reason}));
     EXPECT_FALSE(newBandAlert());
   }
 }
@@ -546,14 +372,13 @@ TEST_F(Wrixel2dTest, EntriesOfTheWrongKindReadAsAbsent) {
   EXPECT_EQ(newBandAlert(), (BandAlert{1, 9, 0, ""}));
   EXPECT_EQ(lines(LogLevel::warning).size(), 3U);
 
-  const Dictionary kUnusable[] = {{}, {{"sectionID", 7}}, {{"message", "no one's"}}};
-  for (const auto& userInfo : kUnusable) {
+  for (const auto& unusable :
+       {Dictionary{}, Dictionary{{"sectionID", 7}}, Dictionary{{"message", "no one's"}}}) {
     forget();
-    bulletin(userInfo);
+    bulletin(unusable);
     EXPECT_TRUE(lines(LogLevel::info).empty());
     EXPECT_TRUE(system.log.contains(LogLevel::warning, "without sectionID"));
   }
-  forget();
   send("appChanged");
   send("appChanged", {{"appInfo", 1.5}});
   run();
@@ -582,23 +407,14 @@ TEST_F(Wrixel2dTest, TheQuietTimeRunsFromTheLastForwardedNotification) {
   EXPECT_TRUE(isForwarded("Ben")) << "Anna was the last one forwarded";
   EXPECT_TRUE(isForwarded("Anna"));
   EXPECT_FALSE(isForwarded("Anna"));
-}
 
-TEST_F(Wrixel2dTest, TheHistoryIsNotKeptWhileDoNotAnnoyIsOff) {
-  startService({{"MBIcon-app", 9}});
-  bulletin({{"sectionID", "app"}});
-  change("donotannoy", true, "/hk");
-  newBandAlert();
-  bulletin({{"sectionID", "app"}});
-  EXPECT_TRUE(newBandAlert());
+  // Nothing is remembered while the rule is off.
   change("donotannoy", false, "/hk");
   system.runLoop.runFor(10s);
-  bulletin({{"sectionID", "app"}});
+  EXPECT_TRUE(isForwarded("Anna"));
   change("donotannoy", true, "/hk");
   system.runLoop.runFor(6s);
-  newBandAlert();
-  bulletin({{"sectionID", "app"}});
-  EXPECT_TRUE(newBandAlert()) << "16 s after the last one that was remembered";
+  EXPECT_TRUE(isForwarded("Anna")) << "16 s after the last one that was remembered";
 }
 
 TEST_F(Wrixel2dTest, CallsRingUnlessTheServiceOrTheOwnerIsQuiet) {
@@ -609,48 +425,37 @@ TEST_F(Wrixel2dTest, CallsRingUnlessTheServiceOrTheOwnerIsQuiet) {
     bool rings;
   } kCases[] = {
       {"as usual", {}, false, true},
-      {"only locked and do-not-annoy play no part",
-       {{"onlyLocked", true}, {"donotannoy", true}, {"timeout", 100}},
-       false,
-       true},
+      {"other rules", {{"onlyLocked", true}, {"donotannoy", true}, {"timeout", 99}}, false, true},
       {"Do Not Disturb", {}, true, false},
       {"Do Not Disturb not honoured", {{"donotdisturb", false}}, true, true},
       {"off", {{"enabled", false}}, false, false},
   };
   startService();
-  post("com.apple.springboard.lockstate");
+  post(kLockState);
+  const auto phoneCall = [this](const Dictionary& userInfo) {
+    send("phoneCall", userInfo);
+    run();
+    return newBandAlert();
+  };
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.what);
     companion->settings = c.settings;
     postPreference("/hk");
-    send("DND", {{"DNDEnabled", c.dnd}});
-    send("phoneCall", {{"newCall", false}, {"text", "Anna"}, {"callHanged", true}});
-    run();
-    EXPECT_EQ(newBandAlert(), c.rings ? std::optional(BandAlert{2, 29, 8, "Anna"}) : std::nullopt)
+    setQuiet(c.dnd);
+    EXPECT_EQ(phoneCall({{"newCall", false}, {"text", "Anna"}, {"callHanged", true}}),
+              c.rings ? std::optional(BandAlert{2, 29, 8, "Anna"}) : std::nullopt)
         << "present is enough, whatever its value";
     EXPECT_EQ(manager->isNotificationActive(), c.rings);
-
-    send("phoneCall", {{"callHanged", false}});
-    run();
+    EXPECT_FALSE(phoneCall({{"callHanged", false}}));
     EXPECT_FALSE(manager->isNotificationActive());
-    EXPECT_FALSE(newBandAlert());
-    send("phoneCall", {{"text", "Anna"}});
-    run();
-    EXPECT_FALSE(newBandAlert());
+    EXPECT_FALSE(phoneCall({{"text", "Anna"}}));
   }
   companion->settings = {};
   postPreference("/hk");
-  send("phoneCall", {{"newCall", 1}});
-  run();
-  EXPECT_EQ(newBandAlert(), (BandAlert{2, 29, 8, {}}));
-}
-
-TEST_F(Wrixel2dTest, ACallThatEndsWhileTheOwnerIsQuietIsNotStopped) {
-  startService();
-  send("phoneCall", {{"newCall", 1}});
-  send("DND", {{"DNDEnabled", true}});
-  send("phoneCall", {{"callHanged", 1}});
-  run();
+  EXPECT_EQ(phoneCall({{"newCall", 1}}), (BandAlert{2, 29, 8, {}}));
+  // Deliberate: a call that ends while the owner is quiet is not stopped.
+  setQuiet(true);
+  phoneCall({{"callHanged", 1}});
   EXPECT_TRUE(manager->isNotificationActive());
   send("stopVibration");
   run();
@@ -664,39 +469,32 @@ TEST_F(Wrixel2dTest, TheEditedAppIsShownWhateverElseIsSet) {
                          {"MBRepeat-app", 1},
                          {"MBPattern-app", 2},
                          {"MBPreview-app", true}};
-  send("DND", {{"DNDEnabled", true}});
-  send("appChanged", {{"appInfo", "app"}});
-  run();
-  EXPECT_FALSE(newBandAlert()) << "settings are not read again for it";
+  setQuiet(true);
+  const auto edited = [this] {
+    send("appChanged", {{"appInfo", "app"}});
+    run();
+    return newBandAlert();
+  };
+  EXPECT_FALSE(edited()) << "settings are not read again for it";
   postPreference("/hk");
-  send("appChanged", {{"appInfo", "app"}});
-  run();
-  EXPECT_EQ(newBandAlert(), (BandAlert{2, 5, 2, "Sender:SomeText"}));
+  EXPECT_EQ(edited(), (BandAlert{2, 5, 2, "Sender:SomeText"}));
   change("MBPreview-app", false, "/hk");
-  send("appChanged", {{"appInfo", "app"}});
-  run();
-  EXPECT_EQ(newBandAlert(), (BandAlert{2, 5, 2, {}}));
+  EXPECT_EQ(edited(), (BandAlert{2, 5, 2, {}}));
 }
 
 // Status -----------------------------------------------------------------------------------------
 
 TEST_F(Wrixel2dTest, ShowsItsStatusAndAnnouncesEachChangeOnce) {
-  constexpr const char* kPath = "/org/corvale/wrixel2dIpc";
-  const auto property = [&](const char* name) {
-    return system.objectExporter.property(kPath, name).value();
-  };
   companion->settings = {{"hrInterval", 30}};
   start();
-  ASSERT_TRUE(system.objectExporter.isExported(kPath));
-  EXPECT_EQ(system.objectExporter.interfaceAtPath(kPath)->name, "org.corvale.wrixel2d.Status");
-  EXPECT_EQ(property("State"), Value("off"));
-  EXPECT_EQ(property("Band"), Value(""));
-  EXPECT_EQ(property("Initialized"), Value(false));
-  EXPECT_EQ(property("LockedTo"), Value(""));
-  EXPECT_EQ(property("Battery"), Value(0));
-  EXPECT_EQ(property("Steps"), Value(0));
-  EXPECT_EQ(property("NextMeasurement"), Value(0));
-  EXPECT_EQ(property("NextStepCheck"), Value(0));
+  EXPECT_EQ(system.objectExporter.interfaceAtPath("/org/corvale/wrixel2dIpc")->name,
+            "org.corvale.wrixel2d.Status");
+  const std::pair<const char*, Value> kAtFirst[] = {
+      {"State", "off"}, {"Band", ""}, {"Initialized", false}, {"LockedTo", ""},
+      {"Battery", 0},   {"Steps", 0}, {"NextMeasurement", 0}, {"NextStepCheck", 0}};
+  for (const auto& [name, value] : kAtFirst) {
+    EXPECT_EQ(property(name), value) << name;
+  }
   ASSERT_EQ(system.serviceManager.statuses().size(), 1U);
   EXPECT_NE(system.serviceManager.statuses().front().find("companion"), std::string::npos);
 
@@ -708,34 +506,22 @@ TEST_F(Wrixel2dTest, ShowsItsStatusAndAnnouncesEachChangeOnce) {
   EXPECT_EQ(property("LockedTo"), Value("c8:0f:10:aa:bb:0c"));
   const auto due = std::chrono::floor<std::chrono::seconds>(system.clock.now() + 30min);
   EXPECT_EQ(property("NextMeasurement"), Value(due.time_since_epoch().count()));
-  std::vector<std::string> changes;
+  Lines changes;
   for (const auto& change : system.objectExporter.propertyChanges()) {
     changes.push_back(change.name);
   }
-  EXPECT_EQ(changes, (std::vector<std::string>{"Problem", "State", "LockedTo", "NextMeasurement"}));
+  EXPECT_EQ(changes, (Lines{"Problem", "State", "LockedTo", "NextMeasurement"}));
   EXPECT_EQ(system.serviceManager.statuses().back(), "idle");
 }
 
 TEST_F(Wrixel2dTest, GoesOnWithoutAStatusOnTheBus) {
-  class NoExporter final : public platform::ObjectExporter {
-    platform::Result<std::unique_ptr<platform::ExportedObject>> exportObject(
-        std::string_view, std::string_view, platform::ExportedInterface) override {
-      return platform::Error{EIO, "no bus"};
-    }
-  } exporter;
-  StatusObject object(
-      {system.runLoop, system.clock, system.timeZone, system.log, system.messageCenters,
-       system.darwinNotifyCenter, system.distributedNotificationCenter, exporter, system.radio,
-       system.healthStore, system.propertyLists, system.userDefaults, system.fileManager,
-       system.systemInfo, system.serviceManager},
-      platform::Logger(system.log, "main"));
+  const auto other = system.objectExporter.exportObject("", "/org/corvale/wrixel2dIpc", {});
+  ASSERT_TRUE(other);
+  start();
   EXPECT_EQ(lines(LogLevel::warning).size(), 1U);
-  DaemonStatus status;
-  status.state = "idle";
-  status.band = "c8:0f:10:aa:bb:0c";
-  object.setStatus(status);
-  EXPECT_EQ(system.serviceManager.statuses(),
-            std::vector<std::string>{"idle, band c8:0f:10:aa:bb:0c"});
+  send("letUsStart");
+  run();
+  EXPECT_EQ(system.serviceManager.statuses().back(), "idle");
 }
 
 }  // namespace
