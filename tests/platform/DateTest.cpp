@@ -3,20 +3,10 @@
 #include <gtest/gtest.h>
 
 #include "platform/Date.h"
+#include "platform/simulated/SimulatedTimeZone.h"
 
 namespace wrixel2::platform {
 namespace {
-
-/// Central European rules for 2026: summer time from 29 March to 25 October, each at 01:00 UTC.
-class CentralEurope2026 final : public TimeZone {
- public:
-  int secondsFromGMT(Date date) const override {
-    using namespace std::chrono;
-    const Date start = sys_days(March / 29 / 2026) + hours(1);
-    const Date end = sys_days(October / 25 / 2026) + hours(1);
-    return date >= start && date < end ? 7200 : 3600;
-  }
-};
 
 TEST(Date, ShowsWhatTheCalendarShows) {
   const Date date = std::chrono::sys_days(std::chrono::year(2026) / 3 / 1) +
@@ -29,11 +19,7 @@ TEST(Date, ShowsWhatTheCalendarShows) {
 }
 
 TEST(Date, ComponentsOutOfRangeRollOver) {
-  struct Case {
-    DateComponents components;
-    std::string expected;
-  };
-  const Case cases[] = {
+  const std::pair<DateComponents, std::string> cases[] = {
       {{2026, 13, 1, 0, 0, 0}, "2027-01-01 00:00:00 +0000"},
       {{2026, 0, 1, 0, 0, 0}, "2025-12-01 00:00:00 +0000"},
       {{2026, 2, 30, 24, 60, 60}, "2026-03-03 01:01:00 +0000"},
@@ -47,31 +33,28 @@ TEST(Date, ComponentsOutOfRangeRollOver) {
 }
 
 TEST(Date, ClockChangesAreReadByOneRule) {
-  const CentralEurope2026 zone;
-  struct Case {
-    std::string name;
-    DateComponents local;
-    std::string utc;
+  // Summer time from 29 March to 25 October 2026, each at 01:00 UTC.
+  simulated::SimulatedTimeZone zone;
+  zone.setCentralEurope();
+  const std::pair<DateComponents, std::string> cases[] = {
+      {{2026, 3, 29, 1, 59, 59}, "2026-03-29 00:59:59 +0000"},
+      {{2026, 3, 29, 2, 30, 0}, "2026-03-29 01:30:00 +0000"},  // skipped: the offset before it
+      {{2026, 3, 29, 3, 0, 0}, "2026-03-29 01:00:00 +0000"},
+      {{2026, 10, 25, 2, 30, 0}, "2026-10-25 00:30:00 +0000"},  // twice: the earlier
+      {{2026, 10, 25, 3, 0, 0}, "2026-10-25 02:00:00 +0000"},
   };
-  const Case cases[] = {
-      {"before the change", {2026, 3, 29, 1, 59, 59}, "2026-03-29 00:59:59 +0000"},
-      {"skipped: the offset before the change",
-       {2026, 3, 29, 2, 30, 0},
-       "2026-03-29 01:30:00 +0000"},
-      {"after the change", {2026, 3, 29, 3, 0, 0}, "2026-03-29 01:00:00 +0000"},
-      {"twice: the earlier", {2026, 10, 25, 2, 30, 0}, "2026-10-25 00:30:00 +0000"},
-      {"after both", {2026, 10, 25, 3, 0, 0}, "2026-10-25 02:00:00 +0000"},
-  };
-  for (const auto& [name, local, utc] : cases) {
-    EXPECT_EQ(description(dateFromComponents(local, zone)), utc) << name;
+  for (const auto& [local, utc] : cases) {
+    EXPECT_EQ(description(dateFromComponents(local, zone)), utc);
   }
 }
 
 TEST(Date, ZonesExistWithinEighteenHours) {
-  EXPECT_TRUE(FixedTimeZone::isValidOffset(18 * 3600));
-  EXPECT_TRUE(FixedTimeZone::isValidOffset(-18 * 3600));
-  EXPECT_FALSE(FixedTimeZone::isValidOffset(18 * 3600 + 1));
-  EXPECT_FALSE(FixedTimeZone::isValidOffset(-28'800'000));
+  for (const auto& [offset, isValid] : {std::pair{18 * 3600, true},
+                                        {-18 * 3600, true},
+                                        {18 * 3600 + 1, false},
+                                        {-28'800'000, false}}) {
+    EXPECT_EQ(FixedTimeZone::isValidOffset(offset), isValid) << offset;
+  }
 }
 
 }  // namespace

@@ -11,9 +11,9 @@ TEST(UUID, ShortAndLongFormsAreOneValue) {
   EXPECT_EQ(heartRate, UUID::withString("0000180d"));
   EXPECT_EQ(heartRate.text(), "180d");
   EXPECT_EQ(heartRate.longText(), "0000180d-0000-1000-8000-00805f9b34fb");
-  EXPECT_EQ(UUID::withString("12345678").text(), "12345678");
-  EXPECT_EQ(UUID::withString("00000009-0000-3512-2118-0009af100700").text(),
-            "00000009-0000-3512-2118-0009af100700");
+  for (const auto* text : {"12345678", "00000009-0000-3512-2118-0009af100700"}) {
+    EXPECT_EQ(UUID::withString(text).text(), text);
+  }
 }
 
 TEST(UUID, RefusesAnythingElse) {
@@ -27,10 +27,9 @@ TEST(UUID, RefusesAnythingElse) {
 
 TEST(UUID, NamesGiveTheirVersion5Identifier) {
   // The example of RFC 9562, A.4: the DNS name space and "www.example.com".
-  EXPECT_EQ(
-      UUID::version5(UUID::withString("6ba7b810-9dad-11d1-80b4-00c04fd430c8"), "www.example.com")
-          .text(),
-      "2ed6657d-e927-568b-95e1-2665a8aea6a2");
+  const auto nameSpace = UUID::withString("6ba7b810-9dad-11d1-80b4-00c04fd430c8");
+  EXPECT_EQ(UUID::version5(nameSpace, "www.example.com").text(),
+            "2ed6657d-e927-568b-95e1-2665a8aea6a2");
 }
 
 }  // namespace

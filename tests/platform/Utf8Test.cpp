@@ -8,28 +8,27 @@ namespace wrixel2::platform {
 namespace {
 
 TEST(Utf8, TellsWhatATextBeginsWith) {
-  struct Case {
+  const struct {
     std::string text;
     std::optional<char32_t> character;
     std::size_t length;
-    bool isCutOff;
-  };
-  const Case cases[] = {
-      {"A", U'A', 1, false},
-      {std::string(1, '\0'), U'\0', 1, false},
-      {"\xC3\xA4x", U'\u00e4', 2, false},
-      {"\xE2\x82\xAC", U'\u20ac', 3, false},
-      {"\xF0\x9F\x98\x80", U'\U0001F600', 4, false},
-      {"\xF4\x8F\xBF\xBF", U'\U0010FFFF', 4, false},
+    bool isCutOff = false;
+  } cases[] = {
+      {"A", U'A', 1},
+      {std::string(1, '\0'), U'\0', 1},
+      {"\xC3\xA4x", U'\u00e4', 2},
+      {"\xE2\x82\xAC", U'\u20ac', 3},
+      {"\xF0\x9F\x98\x80", U'\U0001F600', 4},
+      {"\xF4\x8F\xBF\xBF", U'\U0010FFFF', 4},
       {"\xF0\x9F\x98", std::nullopt, 3, true},
       {"\xC3", std::nullopt, 1, true},
-      {"\xE2\x82x", std::nullopt, 2, false},
-      {"\x80", std::nullopt, 1, false},
-      {"\xC0\x80", std::nullopt, 1, false},          // overlong NUL
-      {"\xE0\x9F\xBF", std::nullopt, 1, false},      // overlong
-      {"\xED\xA0\x80", std::nullopt, 1, false},      // surrogate
-      {"\xF4\x90\x80\x80", std::nullopt, 1, false},  // above U+10FFFF
-      {"\xFF", std::nullopt, 1, false},
+      {"\xE2\x82x", std::nullopt, 2},
+      {"\x80", std::nullopt, 1},
+      {"\xC0\x80", std::nullopt, 1},          // overlong NUL
+      {"\xE0\x9F\xBF", std::nullopt, 1},      // overlong
+      {"\xED\xA0\x80", std::nullopt, 1},      // surrogate
+      {"\xF4\x90\x80\x80", std::nullopt, 1},  // above U+10FFFF
+      {"\xFF", std::nullopt, 1},
   };
   for (const auto& [text, character, length, isCutOff] : cases) {
     SCOPED_TRACE(testing::PrintToString(text));

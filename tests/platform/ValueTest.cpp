@@ -10,54 +10,41 @@ namespace wrixel2::platform {
 namespace {
 
 TEST(Value, ReadsAnyKindAsABooleanOrAnInteger) {
-  struct Case {
-    Value value;
-    bool asBool;
-    std::int32_t asInt;
-  };
-  const Case cases[] = {
-      {true, true, 1},
-      {false, false, 0},
-      {-3, true, -3},
-      {0, false, 0},
-      {std::int64_t{0x1'0000'0002}, true, 2},
-      {std::int64_t{0xFFFF'FFFF}, true, -1},
-      {0.5, true, 0},
-      {-2.9, true, -2},
-      {1e300, true, -1},
-      {std::numeric_limits<double>::quiet_NaN(), true, 0},
-      {"", false, 0},
-      {"yes", true, 0},
-      {"True", true, 0},
-      {"NO", false, 0},
-      {"nonsense 1", false, 0},
-      {" \t+007abc", true, 7},
-      {"-000", false, 0},
-      {"-12", true, -12},
-      {"--1", false, 0},
-      {"2147483647", true, 2147483647},
-      {"2147483648", true, 2147483647},
-      {"-2147483648", true, std::numeric_limits<std::int32_t>::min()},
-      {"-99999999999999999999", true, std::numeric_limits<std::int32_t>::min()},
-      {"9 apples", true, 9},
-      {Bytes{1}, false, 0},
-      {Array{Value(1)}, false, 0},
-      {Dictionary{{"a", 1}}, false, 0},
-      {Date{}, false, 0},
-  };
-  for (const auto& [value, asBool, asInt] : cases) {
-    SCOPED_TRACE(std::string(kindName(value)) + " " +
-                 (value.text() != nullptr ? *value.text() : std::to_string(value.longValue())));
-    EXPECT_EQ(value.boolValue(), asBool);
-    EXPECT_EQ(value.intValue(), asInt);
+  const double notANumber = std::numeric_limits<double>::quiet_NaN();
+  const std::pair<bool, Array> booleans[] = {
+      {true, {true, -3, 0x1'0000'0000, 0.5, 1e300, notANumber, "yes", "True", " \t+007abc", "-12"}},
+      {false,
+       {false, 0, "", "NO", "nonsense 1", "-000", "--1", Bytes{1}, Array{1}, Dictionary{{"a", 1}},
+        Date{}}}};
+  for (const auto& [expected, values] : booleans) {
+    for (std::size_t i = 0; i < values.size(); ++i) {
+      EXPECT_EQ(values[i].boolValue(), expected) << "number " << i;
+    }
   }
+  const std::pair<std::int32_t, Array> integers[] = {
+      {0, {false, 0, 0.5, notANumber, "", "yes", "NO", "nonsense 1", "-000", "--1"}},
+      {0, {Bytes{1}, Array{1}, Dictionary{{"a", 1}}, Date{}}},
+      {-3, {-3}},
+      {2, {0x1'0000'0002, 2.9, "2", "2 apples", " \t+002abc"}},
+      {-1, {0xFFFF'FFFF, 1e300, -1.5}},
+      {-12, {"-12", -12.9}},
+      {std::numeric_limits<std::int32_t>::max(), {"2147483647", "2147483648"}},
+      {std::numeric_limits<std::int32_t>::min(), {"-2147483648", "-99999999999999999999"}}};
+  for (const auto& [expected, values] : integers) {
+    for (std::size_t i = 0; i < values.size(); ++i) {
+      EXPECT_EQ(values[i].intValue(), expected) << "number " << i << " of those for " << expected;
+    }
+  }
+  EXPECT_EQ(Value(true).intValue(), 1);
 }
 
 TEST(Value, LongTextsAreHeldToTheirOwnRange) {
-  EXPECT_EQ(Value("9223372036854775807").longValue(), std::numeric_limits<std::int64_t>::max());
-  EXPECT_EQ(Value("9223372036854775808").longValue(), std::numeric_limits<std::int64_t>::max());
-  EXPECT_EQ(Value("-9223372036854775808").longValue(), std::numeric_limits<std::int64_t>::min());
-  EXPECT_EQ(Value(1e19).longValue(), std::numeric_limits<std::int64_t>::max());
+  using Limits = std::numeric_limits<std::int64_t>;
+  for (const Value& most :
+       {Value("9223372036854775807"), Value("9223372036854775808"), Value(1e19)}) {
+    EXPECT_EQ(most.longValue(), Limits::max());
+  }
+  EXPECT_EQ(Value("-9223372036854775808").longValue(), Limits::min());
 }
 
 TEST(Value, AbsentKeysReadAsNothing) {

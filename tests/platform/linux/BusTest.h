@@ -13,6 +13,9 @@
 
 namespace wrixel2::platform::linux {
 
+inline const BusAddress kDriver{"org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                "org.freedesktop.DBus"};
+
 /// One loop with two connections to a private bus: our own, and that of another program.
 class BusTest : public testing::Test {
  protected:
@@ -45,11 +48,9 @@ class BusTest : public testing::Test {
 
   /// Serves whatever had reached the bus before.
   void serveAll() {
-    const BusAddress driver{"org.freedesktop.DBus", "/org/freedesktop/DBus",
-                            "org.freedesktop.DBus"};
-    answer(driver, "GetId");
+    answer(kDriver, "GetId");
     bool isAnswered = false;
-    auto request = own->newMethodCall(driver, "GetId");
+    auto request = own->newMethodCall(kDriver, "GetId");
     auto slot = own->callAsync(*request, [&](const BusMessage&) { isAnswered = true; });
     serveUntil([&] { return isAnswered; });
     bool isDone = false;

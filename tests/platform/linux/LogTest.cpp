@@ -21,12 +21,11 @@ TEST(LogTest, StandardErrorHasOneLineAnEntry) {
   log.writePlain("plain");
   ::close(ends[1]);
   std::array<char, 256> buffer{};
-  std::string text;
-  for (ssize_t size = 0; (size = ::read(ends[0], buffer.data(), buffer.size())) > 0;) {
-    text.append(buffer.data(), static_cast<std::size_t>(size));
-  }
+  const auto size = ::read(ends[0], buffer.data(), buffer.size() - 1);
   ::close(ends[0]);
-  EXPECT_EQ(text, "[wrixel2d: main:12] WARN: two\\nlines\\tand \\x1b[31m \xC3\xA9\nplain\n");
+  EXPECT_GT(size, 0);
+  EXPECT_STREQ(buffer.data(),
+               "[wrixel2d: main:12] WARN: two\\nlines\\tand \\x1b[31m \xC3\xA9\nplain\n");
   EXPECT_EQ(log.privateText("secret"), "secret");
   EXPECT_EQ(SyslogLog("wrixel2d", false).privateText("secret"), "<private>");
 }
@@ -46,9 +45,8 @@ TEST(ServiceManagerTest, TheManagerIsTold) {
   ::unsetenv("NOTIFY_SOCKET");
   for (const char* expected : {"READY=1", "STATUS=connected READY=0"}) {
     std::array<char, 128> buffer{};
-    const auto size = ::recv(receiver, buffer.data(), buffer.size(), MSG_DONTWAIT);
-    EXPECT_EQ(std::string(buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0))),
-              expected);
+    EXPECT_GT(::recv(receiver, buffer.data(), buffer.size() - 1, MSG_DONTWAIT), 0);
+    EXPECT_STREQ(buffer.data(), expected);
   }
   ::close(receiver);
 }

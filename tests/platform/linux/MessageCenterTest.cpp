@@ -27,6 +27,12 @@ class MessageCenterTest : public BusTest {
           }
           return Dictionary{{"answer", intForKey(info, "question") + 1}};
         });
+    EXPECT_FALSE(center.runServer());
+  }
+
+  /// The answer to a message with such user info.
+  BusMessage ask(std::string_view name, const Dictionary& info = {}) {
+    return answer(kAddress, name, "a{sv}", {info});
   }
 
   std::vector<std::pair<std::string, Dictionary>> received;
@@ -34,24 +40,20 @@ class MessageCenterTest : public BusTest {
 };
 
 TEST_F(MessageCenterTest, MessagesReachTheirHandlersAndReplies) {
-  ASSERT_FALSE(center.runServer());
   const Dictionary info = {
       {"text", "a"}, {"list", Array{"b", 2}}, {"nested", Dictionary{{"c", Bytes{3}}}}};
-  const auto reply = answer(kAddress, "note", "a{sv}", {info});
+  const auto reply = ask("note", info);
   EXPECT_EQ(reply.signature(), "a{sv}");
   EXPECT_EQ(*reply.arguments(), Array{Dictionary()});
   ASSERT_EQ(received.size(), 1U);
   EXPECT_EQ(received[0].first, "note");
   EXPECT_EQ(received[0].second, info);
 
-  EXPECT_EQ(*answer(kAddress, "ask", "a{sv}", {Dictionary{{"question", 41}}}).arguments(),
-            (Array{Dictionary{{"answer", 42}}}));
-  EXPECT_EQ(answer(kAddress, "ask", "a{sv}", {Dictionary{{"fail", true}}}).errorName(),
-            SD_BUS_ERROR_NOT_SUPPORTED);
+  EXPECT_EQ(*ask("ask", {{"question", 41}}).arguments(), (Array{Dictionary{{"answer", 42}}}));
+  EXPECT_EQ(ask("ask", {{"fail", true}}).errorName(), SD_BUS_ERROR_NOT_SUPPORTED);
 }
 
 TEST_F(MessageCenterTest, TheSenderIsAnsweredBeforeTheHandlerRuns) {
-  ASSERT_FALSE(center.runServer());
   bool isAnswered = false;
   bool wasAnsweredFirst = false;
   center.registerForMessageName("wait", [&](std::string_view, const Dictionary&) {
@@ -68,7 +70,6 @@ TEST_F(MessageCenterTest, TheSenderIsAnsweredBeforeTheHandlerRuns) {
 }
 
 TEST_F(MessageCenterTest, ACallThatExpectsNoReplyGetsNone) {
-  ASSERT_FALSE(center.runServer());
   std::vector<std::string> replies;
   auto filter = other->addFilter([&](const BusMessage& message) {
     if (!message.isMethodCall() && !message.isSignal() && message.sender() == own->uniqueName()) {
@@ -80,56 +81,43 @@ TEST_F(MessageCenterTest, ACallThatExpectsNoReplyGetsNone) {
     message->setExpectsReply(false);
     ASSERT_FALSE(other->send(*message));
   }
-  answer(kAddress, "note", "a{sv}", {Dictionary()});
+  ask("note");
   EXPECT_EQ(received.size(), 2U);
   EXPECT_EQ(replies, std::vector<std::string>{""});
 }
 
 TEST_F(MessageCenterTest, MisuseIsRefusedWithAWarningAndReachesNoHandler) {
-  ASSERT_FALSE(center.runServer());
-  Value deep = "core";
-  for (int level = 0; level < kMaximumBusDepth / 2 - 1; ++level) {
-    deep = Array{deep};
-  }
-  struct Case {
-    const char* member;
+  const auto expectRefusal = [this](const BusMessage& reply, std::string_view error,
+                                    std::string_view warning) {
+    EXPECT_EQ(reply.errorName(), error) << warning;
+    EXPECT_EQ(log.count("WARN"), 1U) << warning;
+    EXPECT_TRUE(log.contains(warning)) << warning;
+    log.lines.clear();
+  };
+  expectRefusal(ask("unknown"), SD_BUS_ERROR_UNKNOWN_METHOD, "Unknown message unknown");
+  const struct {
     const char* signature;
     Array arguments;
-    const char* error;
     const char* warning;
-  };
-  const Case cases[] = {
-      {"unknown", "a{sv}", {Dictionary()}, SD_BUS_ERROR_UNKNOWN_METHOD, "Unknown message unknown"},
-      {"note", "", {}, SD_BUS_ERROR_INVALID_ARGS, "has arguments \"\""},
-      {"note", "s", {"text"}, SD_BUS_ERROR_INVALID_ARGS, "has arguments \"s\""},
-      {"ask", "a{ss}", {Dictionary()}, SD_BUS_ERROR_INVALID_ARGS, "has arguments \"a{ss}\""},
-      {"note", "a{sv}a{sv}", {Dictionary(), Dictionary()}, SD_BUS_ERROR_INVALID_ARGS, "note"}};
-  for (const auto& item : cases) {
-    SCOPED_TRACE(item.warning);
-    log.lines.clear();
-    EXPECT_EQ(answer(kAddress, item.member, item.signature, item.arguments).errorName(),
-              item.error);
-    EXPECT_EQ(log.count("WARN"), 1U);
-    EXPECT_TRUE(log.contains(item.warning));
+  } cases[] = {{"", {}, "has arguments \"\""},
+               {"s", {"text"}, "has arguments \"s\""},
+               {"a{ss}", {Dictionary()}, "has arguments \"a{ss}\""},
+               {"a{sv}a{sv}", {Dictionary(), Dictionary()}, "note"}};
+  for (const auto& [signature, arguments, warning] : cases) {
+    expectRefusal(answer(kAddress, "note", signature, arguments), SD_BUS_ERROR_INVALID_ARGS,
+                  warning);
   }
-  EXPECT_TRUE(received.empty());
-}
 
-TEST_F(MessageCenterTest, ACallThatNamesNoInterfaceIsUnknown) {
-  ASSERT_FALSE(center.runServer());
+  // Without an interface.
   sd_bus_message* raw = nullptr;
   sd_bus_message_new_method_call(other->get(), &raw, kName, kAddress.path.c_str(), nullptr, "note");
-  auto message = BusMessage::adopting(raw);
-  ASSERT_FALSE(message.append("a{sv}", {Dictionary()}));
-  EXPECT_TRUE(answer(std::move(message)).isError());
-  EXPECT_EQ(log.count("WARN Unknown message note"), 1U);
-  EXPECT_TRUE(received.empty());
-}
+  auto vague = BusMessage::adopting(raw);
+  ASSERT_FALSE(vague.append("a{sv}", {Dictionary()}));
+  expectRefusal(answer(std::move(vague)), SD_BUS_ERROR_UNKNOWN_OBJECT, "Unknown message note");
 
-TEST_F(MessageCenterTest, TooDeeplyNestedUserInfoIsRefused) {
-  ASSERT_FALSE(center.runServer());
-  auto message = other->newMethodCall(kAddress, "note");
-  auto* raw = message->get();
+  // Nested too deeply.
+  auto deep = other->newMethodCall(kAddress, "note");
+  raw = deep->get();
   sd_bus_message_open_container(raw, 'a', "{sv}");
   sd_bus_message_open_container(raw, 'e', "sv");
   sd_bus_message_append(raw, "s", "key");
@@ -140,13 +128,11 @@ TEST_F(MessageCenterTest, TooDeeplyNestedUserInfoIsRefused) {
   for (int level = 0; level < kMaximumBusDepth + 2; ++level) {
     sd_bus_message_close_container(raw);
   }
-  EXPECT_EQ(answer(std::move(*message)).errorName(), SD_BUS_ERROR_INVALID_ARGS);
-  EXPECT_EQ(log.count("WARN The message note"), 1U);
+  expectRefusal(answer(std::move(*deep)), SD_BUS_ERROR_INVALID_ARGS, "The message note");
   EXPECT_TRUE(received.empty());
 }
 
 TEST_F(MessageCenterTest, OneNameHasOneServer) {
-  ASSERT_FALSE(center.runServer());
   {
     SdBusMessageCenter second(*other, log, kName);
     const auto error = second.runServer();
@@ -154,7 +140,7 @@ TEST_F(MessageCenterTest, OneNameHasOneServer) {
     EXPECT_EQ(error->code, EEXIST);
     EXPECT_NE(error->localizedDescription.find(kName), std::string::npos);
   }
-  EXPECT_FALSE(answer(kAddress, "note", "a{sv}", {Dictionary()}).isError());
+  EXPECT_FALSE(ask("note").isError());
 
   auto passing = std::make_unique<SdBusMessageCenter>(*own, log, "org.example.Passing");
   ASSERT_FALSE(passing->runServer());
@@ -164,7 +150,6 @@ TEST_F(MessageCenterTest, OneNameHasOneServer) {
 }
 
 TEST_F(MessageCenterTest, MessagesCanBeRegisteredWhileServing) {
-  ASSERT_FALSE(center.runServer());
   std::vector<std::string> handled;
   center.registerForMessageName("late", [&](std::string_view, const Dictionary&) {
     handled.emplace_back("late");
@@ -174,16 +159,14 @@ TEST_F(MessageCenterTest, MessagesCanBeRegisteredWhileServing) {
     center.registerForMessageName(
         "later", [&](std::string_view name, const Dictionary&) { handled.emplace_back(name); });
   });
-  answer(kAddress, "late", "a{sv}", {Dictionary()});
+  ask("late");
   serveAll();
-  for (const char* name : {"late", "later"}) {
-    EXPECT_FALSE(answer(kAddress, name, "a{sv}", {Dictionary()}).isError()) << name;
-  }
+  EXPECT_FALSE(ask("late").isError());
+  EXPECT_FALSE(ask("later").isError());
   EXPECT_EQ(handled, (std::vector<std::string>{"late", "changed", "later"}));
 }
 
 TEST_F(MessageCenterTest, AnotherInterfaceSharesTheObject) {
-  ASSERT_FALSE(center.runServer());
   SdBusObjectExporter exporter(*own);
   ExportedInterface status;
   status.name = "org.example.Status";
@@ -205,41 +188,44 @@ TEST_F(MessageCenterTest, AnotherInterfaceSharesTheObject) {
 }
 
 TEST_F(MessageCenterTest, SignalsAndMessagesOfOneSenderKeepTheirOrder) {
-  ASSERT_FALSE(center.runServer());
   std::string order;
-  center.registerForMessageName("first",
-                                [&](std::string_view, const Dictionary&) { order += "1"; });
-  center.registerForMessageName("second",
-                                [&](std::string_view, const Dictionary&) { order += "2"; });
+  for (const char* name : {"m", "n"}) {
+    center.registerForMessageName(
+        name, [&](std::string_view message, const Dictionary&) { order += message; });
+  }
   SdBusDarwinNotifyCenter ours(*own, log);
-  const auto before = ours.addObserver("before", SuspensionBehavior::coalesce,
-                                       [&](std::string_view) { order += "b"; });
-  const auto after = ours.addObserver("after", SuspensionBehavior::deliverImmediately,
-                                      [&](std::string_view) { order += "a"; });
+  const auto note = [&](std::string_view name) { order += name; };
+  const auto before = ours.addObserver("b", SuspensionBehavior::coalesce, note);
+  const auto after = ours.addObserver("a", SuspensionBehavior::deliverImmediately, note);
   SdBusDarwinNotifyCenter theirs(*other, log);
   SdBusMessageCenter sender(*other, log, kName);
-  theirs.post("before");
-  sender.sendMessageName("first");
-  theirs.post("after");
-  sender.sendMessageName("second");
-  theirs.post("before");
+  theirs.post("b");
+  sender.sendMessageName("m");
+  theirs.post("a");
+  sender.sendMessageName("n");
+  theirs.post("b");
   serveUntil([&] { return order.size() == 5; });
-  EXPECT_EQ(order, "b1a2b");
+  EXPECT_EQ(order, "bmanb");
 }
 
-TEST_F(MessageCenterTest, NobodyThereIsKnownAtOnce) {
-  const auto reply = center.sendMessageAndReceiveReplyName("ask");
+TEST_F(MessageCenterTest, NobodyThereIsKnownAtOnceAndASilentServerCostsNoMoreThanTheTimeout) {
+  SdBusMessageCenter toNobody(*own, log, "org.example.Nobody");
+  const auto reply = toNobody.sendMessageAndReceiveReplyName("ask");
   ASSERT_FALSE(reply);
   EXPECT_NE(reply.error().localizedDescription.find(SD_BUS_ERROR_NAME_HAS_NO_OWNER),
             std::string::npos)
       << reply.error().localizedDescription;
-  center.sendMessageName("note");
+  toNobody.sendMessageName("note");
   serveAll();
   EXPECT_TRUE(log.lines.empty());
+
+  ASSERT_FALSE(other->requestName("org.example.Silent"));
+  SdBusMessageCenter asking(*own, log, "org.example.Silent", std::chrono::milliseconds(20));
+  EXPECT_EQ(asking.sendMessageAndReceiveReplyName("ask").error().code, ETIMEDOUT);
+  EXPECT_EQ(SdBusMessageCenter::kReplyTimeout, std::chrono::seconds(2));
 }
 
 TEST_F(MessageCenterTest, AnAnswerIsCalledBackWithHoweverItCame) {
-  ASSERT_FALSE(center.runServer());
   std::vector<std::string> answers;
   std::vector<std::unique_ptr<PendingAnswer>> pending;
   const auto send = [&](SdBusMessageCenter& sender, const char* name, const Dictionary& info) {
@@ -283,15 +269,6 @@ TEST_F(MessageCenterTest, AnAnswerIsCalledBackWithHoweverItCame) {
   EXPECT_TRUE(answers.empty());
 }
 
-TEST_F(MessageCenterTest, ASilentServerCostsNoMoreThanTheTimeout) {
-  ASSERT_FALSE(other->requestName("org.example.Silent"));
-  SdBusMessageCenter asking(*own, log, "org.example.Silent", std::chrono::milliseconds(20));
-  const auto reply = asking.sendMessageAndReceiveReplyName("ask");
-  ASSERT_FALSE(reply);
-  EXPECT_EQ(reply.error().code, ETIMEDOUT);
-  EXPECT_EQ(SdBusMessageCenter::kReplyTimeout, std::chrono::seconds(2));
-}
-
 // The program at the other end of synchronous requests, on a thread because the asking loop waits.
 class ServingThread {
  public:
@@ -328,7 +305,6 @@ class ServingThread {
 };
 
 TEST_F(MessageCenterTest, WhatArrivesDuringARequestWaitsInOrder) {
-  ASSERT_FALSE(center.runServer());
   std::string order;
   center.registerForMessageName("meanwhile",
                                 [&](std::string_view, const Dictionary&) { order += "m"; });

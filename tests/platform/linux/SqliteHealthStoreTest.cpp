@@ -6,13 +6,14 @@
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "platform/linux/LinuxFileManager.h"
 #include "platform/linux/SqliteHealthReader.h"
 #include "platform/linux/SqliteHealthStore.h"
+#include "tests/platform/linux/Limit.h"
 #include "tests/platform/linux/TemporaryDirectory.h"
 
 namespace wrixel2::platform::linux {
@@ -115,43 +116,27 @@ TEST_F(SqliteHealthStoreTest, AFullDatabaseKeepsWhatItHas) {
   ASSERT_EQ(save(store, 60), std::nullopt);
   // As the disk would: no page more than there is. Long sources fill the last one.
   SqliteHealthStore wordy(path, std::string(100'000, 'x'));
-  struct rlimit unlimited{};
-  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &unlimited), 0);
-  struct rlimit small = unlimited;
-  small.rlim_cur = 64 * 1024;
-  const auto previous = std::signal(SIGXFSZ, SIG_IGN);
-  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
-  EXPECT_TRUE(save(wordy, 61));
-  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &unlimited), 0);
-  std::signal(SIGXFSZ, previous);
+  {
+    const Limit small(RLIMIT_FSIZE, 64 * 1024);
+    EXPECT_TRUE(save(wordy, 61));
+  }
   EXPECT_EQ(save(store, 62), std::nullopt);
   EXPECT_EQ(query("SELECT value FROM sample ORDER BY id"), "60.0 62.0 ");
 }
 
 TEST_F(SqliteHealthStoreTest, LeavesADatabaseItCannotUseAsItIs) {
-  const struct {
-    std::string name;
-    std::string contents;
-    std::string words;
-  } cases[] = {
-      {"no database", std::string(8192, 'x'), "move it away"},
-      {"a cut header", std::string("SQLite format 3\0\x10\0", 18) + std::string(200, '\0'),
-       "move it away"},
-  };
-  for (const auto& [name, contents, words] : cases) {
-    SCOPED_TRACE(name);
+  for (const auto& contents :
+       {std::string(8192, 'x'),  // no database, and the header of one
+        std::string("SQLite format 3\0\x10\0", 18) + std::string(200, '\0')}) {
     path = directory.write("damaged.sqlite", contents);
     SqliteHealthStore store(path, "a band");
     const auto error = save(store, 60);
     ASSERT_TRUE(error);
-    EXPECT_NE(error->localizedDescription.find(words), std::string::npos)
+    EXPECT_NE(error->localizedDescription.find("move it away"), std::string::npos)
         << error->localizedDescription;
-    std::string kept(contents.size() + 1, '\0');
-    std::FILE* file = std::fopen(path.c_str(), "rb");
-    kept.resize(std::fread(kept.data(), 1, kept.size(), file));
-    std::fclose(file);
-    EXPECT_EQ(kept, contents);
+    EXPECT_EQ(LinuxFileManager().contentsAtPath(path).value(), bytesOfText(contents));
   }
+  EXPECT_FALSE(SqliteHealthReader(path).samples(kHeartRateType, Date(), Date::max()));
 
   path = directory.path("later.sqlite");
   SqliteHealthStore store(path, "a band");
@@ -160,15 +145,12 @@ TEST_F(SqliteHealthStoreTest, LeavesADatabaseItCannotUseAsItIs) {
   SqliteHealthStore older(path, "a band");
   EXPECT_TRUE(save(older, 61));
   EXPECT_EQ(query("SELECT value FROM sample"), "60.0 ");
-}
 
-TEST_F(SqliteHealthStoreTest, SaysWhereItCannotBeMade) {
-  const std::string file = directory.write("file", "");
-  SqliteHealthStore store(file + "/below/health.sqlite", "a band");
-  EXPECT_FALSE(store.isHealthDataAvailable());
+  SqliteHealthStore misplaced(path + "/below/health.sqlite", "a band");
+  EXPECT_FALSE(misplaced.isHealthDataAvailable());
   ErrorOrNone refusal;
-  store.requestAuthorizationToShare(kHeartRateType,
-                                    [&refusal](const ErrorOrNone& error) { refusal = error; });
+  misplaced.requestAuthorizationToShare(kHeartRateType,
+                                        [&](const ErrorOrNone& error) { refusal = error; });
   ASSERT_TRUE(refusal);
   EXPECT_EQ(refusal->code, ENOTDIR);
 }
@@ -186,6 +168,9 @@ TEST_F(SqliteHealthStoreTest, AReaderSeesTheSamplesOfItsTimeWhileTheyAreWritten)
     return values;
   };
   EXPECT_EQ(read(0, 2'000'000'000), std::vector<double>{}) << "there is no database yet";
+  const std::string fresh = directory.write("fresh.sqlite", "");
+  EXPECT_TRUE(SqliteHealthReader(fresh).samples(kHeartRateType, Date(), Date::max())->empty());
+  EXPECT_EQ(directory.entryCount(), 1U) << "reading makes no files";
   SqliteHealthStore store(path, "a band");
   for (const int second : {300, 100, 200}) {
     QuantitySample sample = heartRate(second / 2.0);
@@ -202,15 +187,6 @@ TEST_F(SqliteHealthStoreTest, AReaderSeesTheSamplesOfItsTimeWhileTheyAreWritten)
   EXPECT_EQ(save(store, 60), std::nullopt);
   query("PRAGMA user_version = 2");
   EXPECT_FALSE(reader.samples(kHeartRateType, Date(), Date::max())) << "a later version's";
-}
-
-TEST_F(SqliteHealthStoreTest, AReaderLeavesWhatItCannotReadAlone) {
-  const std::string damaged = directory.write("damaged.sqlite", std::string(5000, 'x'));
-  EXPECT_FALSE(SqliteHealthReader(damaged).samples(kHeartRateType, Date(), Date::max()));
-  const std::string fresh = directory.write("fresh.sqlite", "");
-  const auto none = SqliteHealthReader(fresh).samples(kHeartRateType, Date(), Date::max());
-  EXPECT_TRUE(none && none->empty());
-  EXPECT_EQ(directory.entryCount(), 2U);
 }
 
 }  // namespace
