@@ -25,12 +25,16 @@ std::string withUnderlines(std::string address) {
   return address;
 }
 
-void replyError(const BusMessage& call, const Error& error) {
-  call.replyError("org.bluez.Error.Failed",
-                  fmt::format("Operation failed with ATT error: 0x{:02x}", error.code));
-}
-
 void replyDone(const BusMessage& call) { call.reply("", {}); }
+
+void replyTo(const BusMessage& call, const ErrorOrNone& error) {
+  if (error) {
+    call.replyError("org.bluez.Error.Failed",
+                    fmt::format("Operation failed with ATT error: 0x{:02x}", error->code));
+  } else {
+    replyDone(call);
+  }
+}
 
 }  // namespace
 
@@ -93,29 +97,23 @@ void FakeBluetoothd::changed(const std::string& path, std::string_view interface
                                  nullptr);
 }
 
-void FakeBluetoothd::announce(const std::string& path) {
-  sd_bus_emit_object_added(bus_.get(), path.c_str());
-}
-
 // --- Adapter ---
 
 void FakeBluetoothd::exportAdapter() {
   BusInterface adapter;
   adapter.name = kAdapterInterface;
-  adapter.methods = {method("SetDiscoveryFilter", {{"filter", "a{sv}"}}, {},
-                            [this](const BusMessage& call) { setDiscoveryFilter(call); }),
-                     method("StartDiscovery", {}, {},
-                            [this](const BusMessage& call) {
-                              isDiscovering_ = true;
-                              changed(kAdapterPath, kAdapterInterface, "Discovering");
-                              replyDone(call);
-                              advertise();
-                            }),
-                     method("StopDiscovery", {}, {}, [this](const BusMessage& call) {
-                       isDiscovering_ = false;
-                       changed(kAdapterPath, kAdapterInterface, "Discovering");
-                       replyDone(call);
-                     })};
+  const auto setDiscovering = [this](const BusMessage& call, bool isOn) {
+    isDiscovering_ = isOn;
+    changed(kAdapterPath, kAdapterInterface, "Discovering");
+    replyDone(call);
+    advertise();
+  };
+  adapter.methods = {
+      method("SetDiscoveryFilter", {{"filter", "a{sv}"}}, {},
+             [this](const BusMessage& call) { setDiscoveryFilter(call); }),
+      method("StartDiscovery", {}, {}, [=](const BusMessage& call) { setDiscovering(call, true); }),
+      method("StopDiscovery", {}, {},
+             [=](const BusMessage& call) { setDiscovering(call, false); })};
   adapter.properties = {{"Powered", "b", [this] { return isPowered_; }, {}},
                         {"Discovering", "b", [this] { return isDiscovering_; }, {}},
                         {"Roles", "as", [] { return Array{"central", "peripheral"}; }, {}}};
@@ -205,7 +203,7 @@ void FakeBluetoothd::connect(const BusMessage& call) {
   areResolved_ = true;
   changed(devicePath_, kDeviceInterface, "ServicesResolved");
   for (const auto& path : gattPaths_) {
-    announce(path);
+    sd_bus_emit_object_added(bus_.get(), path.c_str());
   }
 }
 
@@ -248,6 +246,7 @@ void FakeBluetoothd::exportServices() {
     for (const auto& characteristic : service.characteristics) {
       const std::string path = fmt::format("{}/char{:04x}", servicePath, handle++);
       gattPaths_.push_back(path);
+      pathOf_[{service.uuid, characteristic.uuid}] = path;
       exportAt(path, characteristicInterface(path, service.uuid, characteristic));
     }
   }
@@ -259,15 +258,14 @@ BusInterface FakeBluetoothd::characteristicInterface(
   interface.name = kCharacteristicInterface;
   const auto uuid = characteristic.uuid;
   const auto subscribe = [this, service, uuid](const BusMessage& call, bool enabled) {
-    const auto error = band_.subscribe(service, uuid, enabled);
-    error ? replyError(call, *error) : replyDone(call);
+    replyTo(call, band_.subscribe(service, uuid, enabled));
   };
   interface.methods = {
       method("ReadValue", kOptions, {{"value", "ay"}},
              [this, path, service, uuid](const BusMessage& call) {
                const auto value = band_.read(service, uuid);
                if (!value) {
-                 replyError(call, value.error());
+                 replyTo(call, value.error());
                  return;
                }
                // What was read is announced like a notification, just before the answer.
@@ -282,10 +280,9 @@ BusInterface FakeBluetoothd::characteristicInterface(
                if (type != "request" && type != "command") {
                  complaints.push_back("a write of type \"" + type + "\"");
                }
-               const auto error = band_.write(
-                   service, uuid, *(*arguments)[0].data(),
-                   type == "command" ? WriteType::withoutResponse : WriteType::withResponse);
-               error ? replyError(call, *error) : replyDone(call);
+               replyTo(call, band_.write(service, uuid, *(*arguments)[0].data(),
+                                         type == "command" ? WriteType::withoutResponse
+                                                           : WriteType::withResponse));
              }),
       method("StartNotify", {}, {}, [subscribe](const BusMessage& call) { subscribe(call, true); }),
       method("StopNotify", {}, {},
@@ -296,18 +293,9 @@ BusInterface FakeBluetoothd::characteristicInterface(
 }
 
 void FakeBluetoothd::notify(const UUID& service, const UUID& characteristic, const Bytes& value) {
-  unsigned handle = 0x10;
-  for (const auto& offered : band::bandServices()) {
-    const unsigned serviceHandle = handle++;
-    for (const auto& candidate : offered.characteristics) {
-      const std::string path =
-          fmt::format("{}/service{:04x}/char{:04x}", devicePath_, serviceHandle, handle++);
-      if (offered.uuid == service && candidate.uuid == characteristic) {
-        values_[path] = value;
-        changed(path, kCharacteristicInterface, "Value");
-      }
-    }
-  }
+  const auto& path = pathOf_.at({service, characteristic});
+  values_[path] = value;
+  changed(path, kCharacteristicInterface, "Value");
 }
 
 }  // namespace wrixel2::platform::bluez

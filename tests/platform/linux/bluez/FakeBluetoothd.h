@@ -4,6 +4,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "band/BandProfile.h"
@@ -52,7 +53,6 @@ class FakeBluetoothd : private band::BandRadio {
   linux::BusInterface characteristicInterface(const std::string& path, const UUID& service,
                                               const band::BandCharacteristic& characteristic);
   void changed(const std::string& path, std::string_view interface, const char* property);
-  void announce(const std::string& path);
 
   void setDiscoveryFilter(const linux::BusMessage& call);
   void connect(const linux::BusMessage& call);
@@ -63,6 +63,8 @@ class FakeBluetoothd : private band::BandRadio {
   std::string devicePath_;
   std::vector<linux::BusSlot> slots_;
   std::vector<std::string> gattPaths_;
+  /// Of a characteristic, by its service's identifier and its own.
+  std::map<std::pair<UUID, UUID>, std::string> pathOf_;
   bool isPowered_ = true;
   bool isDiscovering_ = false;
   bool isConnected_ = false;

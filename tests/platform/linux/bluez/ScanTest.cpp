@@ -1,4 +1,3 @@
-#include "platform/linux/bluez/BluezDevice.h"
 #include "tests/platform/linux/bluez/BluezFixture.h"
 
 namespace wrixel2::platform::bluez {
@@ -6,66 +5,64 @@ namespace {
 
 using namespace std::chrono_literals;
 
-const std::vector<UUID> kServices = {UUID::withString("fee0"), UUID::withString("180d")};
+constexpr const char* kFilter = "hci0 SetDiscoveryFilter Transport=le DuplicateData=1";
+constexpr const char* kFound = "found MI Band 2 -60 - MI Band 2";
 
 class ScanTest : public BluezFixture {
  protected:
   void scan(bool allowDuplicates = true) {
     manager->scanForPeripheralsWithServices(
-        kServices, {{std::string(kScanOptionAllowDuplicates), allowDuplicates}});
+        std::vector<UUID>{UUID::withString("fee0"), UUID::withString("180d")},
+        {{std::string(kScanOptionAllowDuplicates), allowDuplicates}});
+    settle();
   }
   /// Scanning is on, as bluetoothd says too.
   void startScanning(bool allowDuplicates = true) {
     makeManager();
-    settle();
     scan(allowDuplicates);
-    settle();
-    bluez.change(kHci0, kAdapterInterface, {{"Discovering", true}});
-    settle();
-    bluez.takeCalls();
-    recorder->events.clear();
+    setDiscovering(true);
+    forget();
   }
-  void advertise() { bluez.change(kBandPath, kDeviceInterface, {{"RSSI", -60}}); }
+  BluezFixture& setDiscovering(bool isOn) {
+    bluez.change(kHci0, kAdapterInterface, {{"Discovering", isOn}});
+    return settle();
+  }
+  BluezFixture& advertise() { return changeBand({{"RSSI", -60}}); }
 };
 
 TEST_F(ScanTest, AsksForEverythingOfTheServicesOnTheAir) {
   makeManager();
-  settle();
   scan();
-  EXPECT_EQ(calls(), (Calls{"hci0 SetDiscoveryFilter Transport=le DuplicateData=1 UUIDs=fee0,180d",
-                            "hci0 StartDiscovery"}));
+  EXPECT_EQ(calls(), std::string(kFilter) + " UUIDs=fee0+180d, hci0 StartDiscovery");
   manager->stopScan();
-  EXPECT_EQ(calls(), (Calls{"hci0 StopDiscovery"}));
+  EXPECT_EQ(calls(), "hci0 StopDiscovery");
   manager->scanForPeripheralsWithServices(std::nullopt, {});
-  EXPECT_EQ(calls().front(), "hci0 SetDiscoveryFilter Transport=le DuplicateData=1");
+  EXPECT_EQ(calls(), std::string(kFilter) + ", hci0 StartDiscovery");
 }
 
 TEST_F(ScanTest, AdvertisementsAreReadFromTheDevicesProperties) {
-  struct Case {
+  const Dictionary kMaker{{"343", Bytes{0x01, 0x02}}};
+  const Dictionary kLargeMaker{{"65534", Bytes{}}};
+  const Dictionary kNoMaker{{"x", Bytes{1}}, {"70000", 3}};
+  const Array kOther{"0000180f-0000-1000-8000-00805f9b34fb"};
+  const struct {
     const char* name;
     Dictionary device;
-    Events events;
-  };
-  const std::vector<Case> cases = {
-      {"all of it",
-       {{"RSSI", -71}, {"ManufacturerData", Dictionary{{"343", Bytes{0x01, 0x02}}}}},
-       {"found MI Band 2 -71 57010102 MI Band 2"}},
-      {"a company number of two bytes",
-       {{"ManufacturerData", Dictionary{{"65534", Bytes{}}}}},
-       {"found MI Band 2 127 feff MI Band 2"}},
-      {"manufacturer data that is none",
-       {{"ManufacturerData", Dictionary{{"x", Bytes{1}}, {"70000", 3}}}},
-       {"found MI Band 2 127 - MI Band 2"}},
-      {"another service only", {{"UUIDs", Array{"0000180f-0000-1000-8000-00805f9b34fb"}}}, {}},
-      {"no service", {{"UUIDs", Array{}}}, {}},
-      {"services that are none", {{"UUIDs", Array{3, "x"}}}, {}}};
+    const char* event;
+  } cases[] = {{"all of it", {{"RSSI", -71}, {"ManufacturerData", kMaker}}, "-71 57010102"},
+               {"a company number of two bytes", {{"ManufacturerData", kLargeMaker}}, "127 feff"},
+               {"manufacturer data that is none", {{"ManufacturerData", kNoMaker}}, "127 -"},
+               {"another service only", {{"UUIDs", kOther}}, nullptr},
+               {"no service", {{"UUIDs", Array{}}}, nullptr},
+               {"services that are none", {{"UUIDs", Array{3, "x"}}}, nullptr}};
   startScanning();
   int number = 10;
   for (const auto& one : cases) {
     SCOPED_TRACE(one.name);
     bluez.add(kHci0 + "/dev_C0_01_02_03_04_" + std::to_string(number++), kDeviceInterface,
               band(one.device));
-    EXPECT_EQ(events(), one.events);
+    EXPECT_EQ(events(),
+              one.event == nullptr ? "" : fmt::format("found MI Band 2 {} MI Band 2", one.event));
   }
 }
 
@@ -74,147 +71,110 @@ TEST_F(ScanTest, AnAliasThatIsTheAddressIsNoName) {
   Dictionary unnamed = band({{"Alias", "C0-01-02-03-04-05"}});
   unnamed.erase("Name");
   bluez.add(kBandPath, kDeviceInterface, unnamed);
-  EXPECT_EQ(events(), (Events{"found (null) 127 - -"}));
+  EXPECT_EQ(events(), "found (null) 127 - -");
   recorder->found.front()->setDelegate(recorder);
-  bluez.change(kBandPath, kDeviceInterface, {{"Name", "MI Band 2"}, {"RSSI", -50}});
-  EXPECT_EQ(events(), (Events{"name MI Band 2", "found MI Band 2 -50 - MI Band 2"}));
+  EXPECT_EQ(changeBand({{"Name", "MI Band 2"}, {"RSSI", -50}}).events(),
+            "name MI Band 2, found MI Band 2 -50 - MI Band 2");
   EXPECT_EQ(recorder->found.front(), recorder->found.back());
 }
 
-TEST_F(ScanTest, OnlyWhatAnAdvertisementChangesIsAnAdvertisement) {
-  startScanning();
+TEST_F(ScanTest, OnlyWhatAnAdvertisementChangesInOurOwnScanIsAnAdvertisement) {
+  makeManager();
+  forget();
+  EXPECT_EQ(advertise().events(), "") << "another program's scan is not ours";
+  scan();
   bluez.change(kBandPath, kDeviceInterface, {}, {"RSSI"});
-  bluez.change(kBandPath, kDeviceInterface, {{"Paired", true}});
+  changeBand({{"Paired", true}});
   bluez.change(kHci0 + "/dev_00_00_00_00_00_00", kDeviceInterface, {{"RSSI", -40}});
-  EXPECT_EQ(events(), (Events{}));
-  advertise();
-  bluez.change(kBandPath, kDeviceInterface, {{"ManufacturerData", Dictionary{}}});
-  EXPECT_EQ(events(),
-            (Events{"found MI Band 2 -60 - MI Band 2", "found MI Band 2 -60 - MI Band 2"}));
+  EXPECT_EQ(events(), "");
+  EXPECT_EQ(advertise().events(), kFound);
+  EXPECT_EQ(changeBand({{"ManufacturerData", Dictionary{}}}).events(), kFound);
+  bluez.change(kBandPath, kDeviceInterface, {{"RSSI", -60}});
+  manager->stopScan();
+  settle();
+  EXPECT_EQ(advertise().events(), "")
+      << "nothing comes after the end, not even what was on its way";
 }
 
 TEST_F(ScanTest, ADeviceIsToldOnceUnlessDuplicatesAreAskedFor) {
   startScanning(false);
   advertise();
-  advertise();
-  EXPECT_EQ(events().size(), 1U);
+  EXPECT_EQ(advertise().events(), kFound);
   scan(false);
-  advertise();
-  EXPECT_EQ(events().size(), 1U) << "a new scan begins anew";
-}
-
-TEST_F(ScanTest, AnotherProgramsScanIsNotOurs) {
-  makeManager();
-  settle();
-  recorder->events.clear();
-  advertise();
-  EXPECT_EQ(events(), (Events{}));
-  scan();
-  settle();
-  advertise();
-  EXPECT_EQ(events().size(), 1U);
-  advertise();
-  manager->stopScan();
-  settle();
-  advertise();
-  EXPECT_EQ(events(), (Events{})) << "nothing comes after the end, not even what was on its way";
+  EXPECT_EQ(advertise().events(), kFound) << "a new scan begins anew";
 }
 
 TEST_F(ScanTest, AKnownDeviceWhoseServicesAreForgottenIsStillFound) {
   startScanning();
-  advertise();
-  EXPECT_EQ(events().size(), 1U);
-  bluez.change(kBandPath, kDeviceInterface, {{"UUIDs", Array{}}});
-  advertise();
-  EXPECT_EQ(events().size(), 1U);
-  const std::string stranger = kHci0 + "/dev_11_22_33_44_55_66";
-  bluez.add(stranger, kDeviceInterface,
+  EXPECT_EQ(advertise().events(), kFound);
+  changeBand({{"UUIDs", Array{}}});
+  EXPECT_EQ(advertise().events(), kFound);
+  bluez.add(kHci0 + "/dev_11_22_33_44_55_66", kDeviceInterface,
             {{"Address", "11:22:33:44:55:66"}, {"Name", "X"}, {"UUIDs", Array{}}, {"RSSI", -60}});
-  EXPECT_EQ(events(), (Events{})) << "an unknown one has to offer what is asked for";
-}
+  EXPECT_EQ(events(), "") << "an unknown one has to offer what is asked for";
 
-TEST_F(ScanTest, SoIsOneOfAnEarlierRun) {
+  // So is one of an earlier run.
+  playAnew();
   bluez.place(kBandPath, kDeviceInterface, band({{"UUIDs", Array{}}}));
-  const auto identifier = identifierOfDevice(band());
-  makeManager({identifier});
-  settle();
+  makeManager({identifierOfDevice(band())});
   scan();
-  settle();
-  recorder->events.clear();
-  advertise();
-  EXPECT_EQ(events().size(), 1U);
+  forget();
+  EXPECT_EQ(advertise().events(), kFound);
 }
 
 TEST_F(ScanTest, StoppingWhileStartingEndsInSilence) {
   bluez.byHand = {"SetDiscoveryFilter", "StartDiscovery"};
   makeManager();
-  settle();
   scan();
-  settle();
   manager->stopScan();
-  bluez.reply("SetDiscoveryFilter");
-  settle();
-  EXPECT_EQ(bluez.pending(), (Calls{}));
+  reply("SetDiscoveryFilter");
+  EXPECT_EQ(bluez.pending(), "");
   scan();
-  settle();
-  bluez.reply("SetDiscoveryFilter");
-  settle();
+  reply("SetDiscoveryFilter");
   manager->stopScan();
-  bluez.reply("StartDiscovery");
-  EXPECT_EQ(calls().back(), "hci0 StopDiscovery");
+  EXPECT_TRUE(reply("StartDiscovery").calls().ends_with("hci0 StopDiscovery"));
 }
 
 TEST_F(ScanTest, ADiscoveryThatEndsByItselfIsAskedForAgain) {
   startScanning();
-  bluez.change(kHci0, kAdapterInterface, {{"Discovering", false}});
-  runFor(999ms);
-  EXPECT_EQ(calls(), (Calls{}));
+  setDiscovering(false);
+  EXPECT_EQ(runFor(999ms).calls(), "");
   bluez.byHand = {"StartDiscovery"};
   runFor(1ms);
   // It may still be on for bluetoothd, which then says so.
-  bluez.fail("StartDiscovery", "org.bluez.Error.InProgress");
-  bluez.change(kHci0, kAdapterInterface, {{"Discovering", true}});
-  EXPECT_EQ(calls().back(), "hci0 StartDiscovery");
+  fail("StartDiscovery", "InProgress");
+  EXPECT_TRUE(setDiscovering(true).calls().ends_with("hci0 StartDiscovery"));
   EXPECT_EQ(loop.pendingTimers(), 0U);
-  advertise();
-  EXPECT_EQ(events().size(), 1U);
+  EXPECT_EQ(advertise().events(), kFound);
 }
 
 TEST_F(ScanTest, AScanThatCannotBeStartedIsTriedAgainEverLessOften) {
   bluez.byHand = {"StartDiscovery"};
   makeManager();
-  settle();
   scan();
   for (const auto pause : {1s, 2s, 4s, 8s, 8s}) {
-    settle();
-    bluez.fail("StartDiscovery", "org.bluez.Error.NotReady");
+    fail("StartDiscovery", "NotReady");
     runFor(pause - 1ms);
-    EXPECT_EQ(bluez.pending(), (Calls{}));
+    EXPECT_EQ(bluez.pending(), "");
     runFor(1ms);
-    EXPECT_EQ(bluez.pending(), (Calls{"StartDiscovery"}));
+    EXPECT_EQ(bluez.pending(), "StartDiscovery");
   }
   manager->stopScan();
-  bluez.fail("StartDiscovery", "org.bluez.Error.NotReady");
-  settle();
+  fail("StartDiscovery", "NotReady");
   EXPECT_EQ(loop.pendingTimers(), 0U);
 }
 
 TEST_F(ScanTest, AScanPausesForAConnectionAndGoesOnAfterIt) {
   startScanning();
   bluez.byHand = {"StopDiscovery", "Connect"};
-  peripheral = bandPeripheral();
-  manager->connectPeripheral(peripheral, {});
-  settle();
-  EXPECT_EQ(bluez.pending(), (Calls{"StopDiscovery"})) << "first the end of the scan";
-  bluez.reply("StopDiscovery");
-  settle();
-  EXPECT_EQ(bluez.pending(), (Calls{"Connect"}));
-  advertise();
-  EXPECT_EQ(events(), (Events{}));
-  bluez.change(kBandPath, kDeviceInterface, {{"Connected", true}});
-  bluez.reply("Connect");
-  EXPECT_EQ(events(), (Events{"connected"}));
-  EXPECT_EQ(calls().back(), "hci0 StartDiscovery");
+  askToConnect();
+  EXPECT_EQ(bluez.pending(), "StopDiscovery") << "first the end of the scan";
+  reply("StopDiscovery");
+  EXPECT_EQ(bluez.pending(), "Connect");
+  EXPECT_EQ(advertise().events(), "");
+  linkBecomes(true);
+  EXPECT_EQ(reply("Connect").events(), "connected");
+  EXPECT_TRUE(calls().ends_with("hci0 StartDiscovery"));
 }
 
 }  // namespace
