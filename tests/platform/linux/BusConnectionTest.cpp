@@ -66,6 +66,30 @@ TEST_F(BusConnectionTest, ADroppedCallIsNotAnswered) {
   EXPECT_FALSE(own->newMethodCall({"no name", "no path", "no interface"}, "C"));
 }
 
+class NoRadio final : public BluetoothRadio {
+  std::unique_ptr<CentralManager> makeCentralManager(std::weak_ptr<CentralManagerDelegate>, Queue,
+                                                     const std::vector<UUID>&) override {
+    return nullptr;
+  }
+};
+
+TEST_F(BusConnectionTest, APlatformWhoseBusIsGoneEndsItsLoopAndSendsNothing) {
+  const TemporaryDirectory root;
+  LinuxPlatformOptions options;
+  options.logTarget = LogTarget::standardError;
+  options.root = root.path();
+  const auto platform = LinuxPlatform::create(options);
+  ASSERT_TRUE(platform) << platform.error().localizedDescription;
+  NoRadio radio;
+  const auto handle = (*platform)->platform(radio);
+  bus.stop();
+  EXPECT_EQ((*platform)->runLoop().run(), 1);
+  handle.darwinNotifyCenter.post("name");
+  EXPECT_FALSE(
+      handle.messageCenters.centerNamed("org.example.A")->sendMessageAndReceiveReplyName("a"));
+  EXPECT_FALSE(LinuxPlatform::create(options));
+}
+
 TEST_F(BusConnectionTest, ThePathsAreTheUsersOrThePhones) {
   ::setenv("HOME", "/home/user", 1);
   ::setenv("XDG_DATA_HOME", "relative/is/ignored", 1);
