@@ -7,6 +7,7 @@
 #include "platform/linux/LinuxPropertyLists.h"
 #include "platform/linux/LinuxRunLoop.h"
 #include "platform/linux/LocalTimeZone.h"
+#include "platform/linux/OutOfMemory.h"
 #include "platform/linux/PropertyListUserDefaults.h"
 #include "tests/platform/linux/Limit.h"
 #include "tests/platform/linux/RecordingLog.h"
@@ -117,6 +118,20 @@ TEST_F(FaultsTest, WithoutDescriptorsFilesAreErrorsAndTimersGoOn) {
     EXPECT_TRUE(loop.runUntil([&fired] { return fired == 4; }, std::chrono::seconds(10)));
   }
   expectAsBefore();
+}
+
+TEST_F(FaultsTest, WithoutMemoryTheProcessSaysSoAndEnds) {
+#if defined(__SANITIZE_ADDRESS__) || __has_feature(address_sanitizer)
+  GTEST_SKIP() << "The sanitizers have an allocator of their own";
+#endif
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        endWhenOutOfMemory("program");
+        const Limit little(RLIMIT_AS, 0);
+        Bytes(std::size_t{64} << 20);
+      },
+      testing::ExitedWithCode(1), "^program: out of memory\n$");
 }
 
 }  // namespace
