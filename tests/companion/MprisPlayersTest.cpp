@@ -31,6 +31,8 @@ class FakePlayer {
   void setStatus(const std::string& status) {
     status_ = status;
     sd_bus_emit_properties_changed(bus_->get(), kPath, kPlayer, "PlaybackStatus", nullptr);
+    // The bus serves its connections in any order: it has this when it answers.
+    EXPECT_TRUE(bus_->nameHasOwner("org.freedesktop.DBus"));
   }
 
  private:
