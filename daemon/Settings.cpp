@@ -83,12 +83,15 @@ Settings Settings::fromDictionary(platform::Dictionary entries, const platform::
 AppAlertSettings Settings::alertOfApp(std::string_view sectionID,
                                       const platform::Logger& logger) const {
   const CheckedDictionary entries(snapshot, "setting", logger);
+  std::string key;
+  const auto keyOf = [&](std::string_view prefix) -> const std::string& {
+    return key.assign(prefix).append(sectionID);
+  };
   const auto number = [&](std::string_view prefix) {
-    const auto key = std::string(prefix).append(sectionID);
-    return static_cast<std::uint64_t>(std::int64_t{entries.integer(key).value_or(0)});
+    return static_cast<std::uint64_t>(std::int64_t{entries.integer(keyOf(prefix)).value_or(0)});
   };
   AppAlertSettings alert;
-  alert.preview = entries.boolean(std::string("MBPreview-").append(sectionID)).value_or(false);
+  alert.preview = entries.boolean(keyOf("MBPreview-")).value_or(false);
   alert.repeat = number("MBRepeat-") + 1;  // the setting counts what comes after the first
   alert.icon = number("MBIcon-");
   alert.pattern = number("MBPattern-");

@@ -14,13 +14,11 @@ bool isControl(char character) {
 
 }  // namespace
 
-std::string singleLine(std::string_view text) {
-  std::string line;
-  line.reserve(text.size() + 1);  // for the end of the line
+std::string singleLine(std::string text) {
   if (std::ranges::none_of(text, isControl)) {
-    line.append(text);
-    return line;
+    return text;
   }
+  std::string line;
   for (const char character : text) {
     if (character == '\n') {
       line += "\\n";

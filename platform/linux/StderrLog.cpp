@@ -1,5 +1,7 @@
 #include "platform/linux/StderrLog.h"
 
+#include <utility>
+
 #include <errno.h>
 
 #include "platform/linux/LogText.h"
@@ -24,11 +26,13 @@ StderrLog::StderrLog(std::string_view tag, bool showsPrivate, int descriptor)
 
 void StderrLog::write(LogLevel level, std::string_view module, unsigned line,
                       std::string_view message) {
-  writePlain(formatLogLine(tag_, module, line, level, message));
+  writeLine(formatLogLine(tag_, module, line, level, message));
 }
 
-void StderrLog::writePlain(std::string_view message) {
-  writeWhole(descriptor_, singleLine(message) + '\n');
+void StderrLog::writePlain(std::string_view message) { writeLine(std::string(message)); }
+
+void StderrLog::writeLine(std::string text) const {
+  writeWhole(descriptor_, singleLine(std::move(text)) + '\n');
 }
 
 }  // namespace wrixel2::platform::linux

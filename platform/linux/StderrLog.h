@@ -19,6 +19,8 @@ class StderrLog final : public Log {
   bool showsPrivate() const override { return showsPrivate_; }
 
  private:
+  void writeLine(std::string text) const;
+
   std::string tag_;
   bool showsPrivate_;
   int descriptor_;

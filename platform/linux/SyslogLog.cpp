@@ -21,7 +21,7 @@ void SyslogLog::write(LogLevel level, std::string_view module, unsigned line,
 }
 
 void SyslogLog::writePlain(std::string_view message) {
-  ::syslog(LOG_NOTICE, "%s", singleLine(message).c_str());
+  ::syslog(LOG_NOTICE, "%s", singleLine(std::string(message)).c_str());
 }
 
 }  // namespace wrixel2::platform::linux
