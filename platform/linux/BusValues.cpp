@@ -26,11 +26,15 @@ Error writeError(int result) { return errorFromErrno(-result, "The message canno
 Error tooMuch(std::string_view what) { return {EMSGSIZE, fmt::format("The message has {}", what)}; }
 
 // Reads one message; every function leaves the message behind what it read, or fails.
+//
+// Most of a message's time is spent here: what is read is made where it stays, and nothing is asked
+// that the signature tells already.
 class Reader {
  public:
   explicit Reader(sd_bus_message* message) : message_(message) {}
 
-  Result<std::optional<Value>> next() {
+  /// Leaves the value empty at the end of what is being read.
+  ErrorOrNone next(std::optional<Value>& value) {
     char type = 0;
     const char* contents = nullptr;
     const int result = sd_bus_message_peek_type(message_, &type, &contents);
@@ -38,77 +42,78 @@ class Reader {
       return readError(result);
     }
     if (result == 0) {
-      return std::optional<Value>();
+      return std::nullopt;
     }
     if (++count_ > kMaximumBusValues) {
       return tooMuch("too many values");
     }
     switch (type) {
       case SD_BUS_TYPE_ARRAY:
-        return array(contents);
+        return array(contents, value);
       case SD_BUS_TYPE_VARIANT:
-        return inside(type, contents, [this] { return variant(); });
+        return inside(type, contents, [&] { return variant(value); });
       case SD_BUS_TYPE_STRUCT:
       case SD_BUS_TYPE_DICT_ENTRY:
-        return inside(type, contents, [this] { return list(); });
+        return inside(type, contents, [&] { return list(value); });
       default:
-        return basic(type);
+        return basic(type, value);
     }
   }
 
-  Result<Array> rest() {
-    Array values;
+  ErrorOrNone rest(Array& values) {
+    std::optional<Value> value;
     while (true) {
-      auto value = next();
+      if (auto error = next(value)) {
+        return error;
+      }
       if (!value) {
-        return value.error();
+        return std::nullopt;
       }
-      if (!*value) {
-        return values;
-      }
-      values.push_back(std::move(**value));
+      values.push_back(std::move(*value));
+      value.reset();
     }
   }
 
  private:
-  using Next = Result<std::optional<Value>>;
-
   template <typename Content>
-  Next inside(char type, const char* contents, Content content) {
-    if (++depth_ > kMaximumBusDepth) {
-      return tooMuch("too deeply nested values");
-    }
+  ErrorOrNone inside(char type, const char* contents, Content content) {
     if (const int result = sd_bus_message_enter_container(message_, type, contents); result < 0) {
       return readError(result);
     }
-    auto value = content();
-    if (!value) {
-      return value.error();
+    return restOfContainer(content);
+  }
+
+  template <typename Content>
+  ErrorOrNone restOfContainer(Content content) {
+    if (++depth_ > kMaximumBusDepth) {
+      return tooMuch("too deeply nested values");
+    }
+    if (auto error = content()) {
+      return error;
     }
     if (const int result = sd_bus_message_exit_container(message_); result < 0) {
       return readError(result);
     }
     --depth_;
-    return value;
+    return std::nullopt;
   }
 
-  Next variant() {
-    auto value = next();
-    if (value && !*value) {
+  ErrorOrNone variant(std::optional<Value>& value) {
+    auto error = next(value);
+    if (!error && !value) {
       return Error{EBADMSG, "The message has a variant of nothing"};
     }
-    return value;
+    return error;
   }
 
-  Next list() {
-    auto values = rest();
-    if (!values) {
-      return values.error();
-    }
-    return std::optional<Value>(std::move(*values));
+  ErrorOrNone list(std::optional<Value>& value) {
+    Array values;
+    auto error = rest(values);
+    value.emplace(std::move(values));
+    return error;
   }
 
-  Next array(const char* contents) {
+  ErrorOrNone array(const char* contents, std::optional<Value>& value) {
     if (contents[0] == SD_BUS_TYPE_BYTE) {
       const void* data = nullptr;
       std::size_t size = 0;
@@ -117,19 +122,18 @@ class Reader {
         return readError(result);
       }
       const auto* bytes = static_cast<const std::uint8_t*>(data);
-      return std::optional<Value>(Bytes(bytes, bytes + size));
+      value.emplace(Bytes(bytes, bytes + size));
+      return std::nullopt;
     }
     const std::string_view element(contents);
     if (element.front() != SD_BUS_TYPE_DICT_ENTRY_BEGIN) {
-      return inside(SD_BUS_TYPE_ARRAY, contents, [this] { return list(); });
+      return inside(SD_BUS_TYPE_ARRAY, contents, [&] { return list(value); });
     }
     const std::string entry(element.substr(1, element.size() - 2));
-    return inside(SD_BUS_TYPE_ARRAY, contents, [&] { return dictionary(entry.c_str()); });
+    return inside(SD_BUS_TYPE_ARRAY, contents, [&] { return dictionary(entry.c_str(), value); });
   }
 
-  // Most of a message's time is spent here, so nothing is asked that the signature tells already:
-  // entering finds the end, and a key is of the one basic type.
-  Next dictionary(const char* entryContents) {
+  ErrorOrNone dictionary(const char* entryContents, std::optional<Value>& value) {
     Dictionary entries;
     while (true) {
       const int entered =
@@ -138,72 +142,75 @@ class Reader {
         return readError(entered);
       }
       if (entered == 0) {
-        return std::optional<Value>(std::move(entries));
+        value.emplace(std::move(entries));
+        return std::nullopt;
       }
-      if (++depth_ > kMaximumBusDepth) {
-        return tooMuch("too deeply nested values");
+      if (auto error = restOfContainer([&] { return entryInto(entries, entryContents[0]); })) {
+        return error;
       }
-      count_ += 2;  // the entry and its key; next() looks at the count
-      auto key = basic(entryContents[0]);
-      if (!key) {
-        return key;
-      }
-      auto value = next();
-      if (!value) {
-        return value;
-      }
-      if (const int result = sd_bus_message_exit_container(message_); result < 0) {
-        return readError(result);
-      }
-      --depth_;
-      const auto* text = (*key)->text();
-      entries.insert_or_assign(text != nullptr ? *text : std::to_string((*key)->longValue()),
-                               std::move(**value));
     }
   }
 
-  template <typename Number>
-  Next number(char type) {
-    Number value{};
-    if (const int result = sd_bus_message_read_basic(message_, type, &value); result < 0) {
+  ErrorOrNone entryInto(Dictionary& entries, char keyType) {
+    count_ += 2;  // the entry and its key; next() looks at the count
+    std::optional<Value> key;
+    if (auto error = basic(keyType, key)) {
+      return error;
+    }
+    std::optional<Value> value;
+    if (auto error = variant(value)) {
+      return error;
+    }
+    const auto* text = key->text();
+    entries.insert_or_assign(text != nullptr ? *text : std::to_string(key->longValue()),
+                             std::move(*value));
+    return std::nullopt;
+  }
+
+  /// The type is that of what stands next, and T what sd-bus reads it as.
+  template <typename T>
+  ErrorOrNone read(char type, std::optional<Value>& value) {
+    T content{};
+    if (const int result = sd_bus_message_read_basic(message_, type, &content); result < 0) {
       return readError(result);
     }
-    return std::optional<Value>(value);
+    value.emplace(content);
+    return std::nullopt;
   }
 
-  Next basic(char type) {
+  ErrorOrNone basic(char type, std::optional<Value>& value) {
     switch (type) {
       case SD_BUS_TYPE_BYTE:
-        return number<std::uint8_t>(type);
+        return read<std::uint8_t>(type, value);
       case SD_BUS_TYPE_INT16:
-        return number<std::int16_t>(type);
+        return read<std::int16_t>(type, value);
       case SD_BUS_TYPE_UINT16:
-        return number<std::uint16_t>(type);
+        return read<std::uint16_t>(type, value);
       case SD_BUS_TYPE_INT32:
-        return number<std::int32_t>(type);
+        return read<std::int32_t>(type, value);
       case SD_BUS_TYPE_UINT32:
-        return number<std::uint32_t>(type);
+        return read<std::uint32_t>(type, value);
       case SD_BUS_TYPE_INT64:
-        return number<std::int64_t>(type);
+        return read<std::int64_t>(type, value);
       case SD_BUS_TYPE_UINT64:
-        return number<std::uint64_t>(type);
+        return read<std::uint64_t>(type, value);
       case SD_BUS_TYPE_DOUBLE:
-        return number<double>(type);
+        return read<double>(type, value);
       case SD_BUS_TYPE_BOOLEAN: {
-        int value = 0;
-        const int result = sd_bus_message_read_basic(message_, type, &value);
-        return result < 0 ? Next(readError(result)) : Next(std::optional<Value>(value != 0));
+        auto error = read<int>(type, value);
+        if (!error) {
+          value.emplace(value->longValue() != 0);
+        }
+        return error;
       }
       case SD_BUS_TYPE_STRING:
       case SD_BUS_TYPE_OBJECT_PATH:
-      case SD_BUS_TYPE_SIGNATURE: {
-        const char* value = nullptr;
-        const int result = sd_bus_message_read_basic(message_, type, &value);
-        return result < 0 ? Next(readError(result)) : Next(std::optional<Value>(value));
-      }
+      case SD_BUS_TYPE_SIGNATURE:
+        return read<const char*>(type, value);
       case SD_BUS_TYPE_UNIX_FD: {
         const int result = sd_bus_message_skip(message_, "h");
-        return result < 0 ? Next(readError(result)) : Next(std::optional<Value>(-1));
+        value.emplace(-1);
+        return result < 0 ? ErrorOrNone(readError(result)) : std::nullopt;
       }
       default:
         return Error{EBADMSG, fmt::format("The message has an unknown type \"{}\"", type)};
@@ -445,9 +452,21 @@ class Writer {
 
 }  // namespace
 
-Result<std::optional<Value>> readValue(sd_bus_message* message) { return Reader(message).next(); }
+Result<std::optional<Value>> readValue(sd_bus_message* message) {
+  std::optional<Value> value;
+  if (const auto error = Reader(message).next(value)) {
+    return *error;
+  }
+  return value;
+}
 
-Result<Array> readValues(sd_bus_message* message) { return Reader(message).rest(); }
+Result<Array> readValues(sd_bus_message* message) {
+  Array values;
+  if (const auto error = Reader(message).rest(values)) {
+    return *error;
+  }
+  return values;
+}
 
 ErrorOrNone appendValues(sd_bus_message* message, std::string_view signature, const Array& values) {
   return Writer(message).appendAll(signature, values);
