@@ -95,6 +95,7 @@ def already_connected(stage):
     adapter.StopDiscovery()
     stage.device(stage.band).Connect(timeout=60)
     wait(lambda: properties.Get("org.bluez.Device1", "ServicesResolved"), 40, "services")
+    stage.band.await_link("connected")  # told over another bus than the services
     stage.band.clear()
     stage.start_daemon()
     stage.band.await_link("authenticated")
