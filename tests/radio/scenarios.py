@@ -134,6 +134,7 @@ def wrong_key(stage):
     stage.band.set("PairingKey", "another key")
     stage.start_daemon()
     stage.await_log("Authentication failed retry 0 in 5s!", 40)
+    wait(lambda: len(stage.band.writes) >= 2, 10, "the band's word of the attempt")
     check(stage.band.link == "connected", "not authenticated")
     check([uuid for uuid, _, _ in stage.band.writes] == ["09", "09"], "nothing but the attempt")
     stage.band.set("PairingKey", KEY)
