@@ -79,14 +79,14 @@ TEST_F(RunLoopTest, WorkOfAllQueuesRunsInOrderAndLaterWorkInALaterTurn) {
 
 TEST_F(RunLoopTest, TimersFireInTheOrderOfTheirTimesTiesFirstInFirstOut) {
   const auto now = clock.monotonicNow();
-  loop.postAfter(milliseconds(6), [&] { order += "c"; });
-  const auto second = loop.scheduledTimer(milliseconds(3), false, [&] { order += "b"; });
-  const auto invalidated = loop.scheduledTimer(milliseconds(3), false, [&] { order += "x"; });
+  loop.postAfter(milliseconds(50), [&] { order += "c"; });
+  const auto second = loop.scheduledTimer(milliseconds(25), false, [&] { order += "b"; });
+  const auto invalidated = loop.scheduledTimer(milliseconds(25), false, [&] { order += "x"; });
   const auto persistent = loop.persistentTimer(milliseconds(1), "service", [&] { order += "a"; });
   invalidated->invalidate();
   serveUntil([&] { return order.size() == 3; });
   EXPECT_EQ(order, "abc");
-  EXPECT_GE(clock.monotonicNow() - now, milliseconds(6));
+  EXPECT_GE(clock.monotonicNow() - now, milliseconds(50));
   EXPECT_FALSE(second->isValid());
   EXPECT_FALSE(invalidated->isValid());
 
