@@ -15,6 +15,8 @@ namespace wrixel2::daemon {
 
 namespace {
 
+constexpr int kBadUsage = 2;
+
 constexpr const char* kHelp = R"(Usage: wrixel2d [OPTION]...
 Keeps a fitness band in service: forwards notifications and calls, measures, reminds.
 
@@ -70,23 +72,26 @@ bool isAdapter(std::string_view name) {
   return name.starts_with("hci") && isNumber(name.substr(3));
 }
 
+/// What is wrong with a value that is to be one of two, or empty; tells whether it is the second.
+std::string takeChoice(std::string_view option, std::string_view first, std::string_view second,
+                       const std::string& value, bool& isSecond) {
+  isSecond = value == second;
+  return isSecond || value == first
+             ? ""
+             : fmt::format("{} is {} or {}, not '{}'", option, first, second, value);
+}
+
 /// What is wrong with the option's value, or empty.
 std::string take(int letter, const std::string& value, CommandLine& result) {
   std::error_code error;
   switch (letter) {
     case kBand:
-      result.isVirtualBand = value == "virtual";
-      return result.isVirtualBand || value == "bluez"
-                 ? ""
-                 : fmt::format("--band is bluez or virtual, not '{}'", value);
+      return takeChoice("--band", "bluez", "virtual", value, result.isVirtualBand);
     case kAdapter:
       result.adapter = value;
       return isAdapter(value) ? "" : fmt::format("'{}' is no adapter name such as hci0", value);
     case kLog:
-      result.logsToStandardError = value == "stderr";
-      return result.logsToStandardError || value == "syslog"
-                 ? ""
-                 : fmt::format("--log is syslog or stderr, not '{}'", value);
+      return takeChoice("--log", "syslog", "stderr", value, result.logsToStandardError);
     case kLogPrivate:
       result.logPrivate = true;
       return "";

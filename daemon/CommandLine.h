@@ -16,9 +16,6 @@ struct CommandLine {
   std::string systemVersion = "9.0";
 };
 
-/// The status that ends a program whose command line is wrong.
-constexpr int kBadUsage = 2;
-
 /// Reads main's arguments. Where the program is not to go on (help, version, a wrong option) this
 /// has printed what there is to say, and the status is the program's.
 struct CommandLineOutcome {
