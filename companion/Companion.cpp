@@ -27,13 +27,14 @@ constexpr std::string_view kLockState = "com.apple.springboard.lockstate";
 
 }  // namespace
 
-Companion::Companion(CompanionSurroundings surroundings, const std::string& settingsPath,
-                     std::string miFitPath)
+Companion::Companion(CompanionSurroundings surroundings, CompanionPaths paths,
+                     SettingsStore::Keeper keepSettings)
     : surroundings_(surroundings),
       logger_(surroundings.log, "Companion"),
-      settings_(surroundings.files, surroundings.log, settingsPath),
+      settings_(surroundings.files, surroundings.log, std::move(paths.settings),
+                std::move(paths.settingsCopy), std::move(keepSettings)),
       filter_(surroundings.clock),
-      miFitPath_(std::move(miFitPath)),
+      miFitPath_(std::move(paths.miFit)),
       center_(surroundings.messageCenters.centerNamed(kCenterName)),
       daemonCenter_(surroundings.messageCenters.centerNamed(kDaemonCenterName)),
       outbox_(*daemonCenter_, surroundings.clock, surroundings.log,
@@ -41,7 +42,7 @@ Companion::Companion(CompanionSurroundings surroundings, const std::string& sett
 
 platform::ErrorOrNone Companion::serve() {
   // Before the first question can come: a daemon that runs already asks as soon as it sees us.
-  settings_.load();
+  loadSettings();
   tellCompanionSettings();
   for (const SeenApp& app : surroundings_.seenApps.apps()) {
     settings_.noteApp(app.identifier);
@@ -112,9 +113,19 @@ void Companion::tellCompanionSettings() {
   }
 }
 
+std::vector<std::string_view> Companion::loadSettings() {
+  const std::string before = settings_.problem();
+  auto changes = settings_.load();
+  if (!settings_.problem().empty() && settings_.problem() != before) {
+    surroundings_.userAlerts.present("Your settings have an error",
+                                     settings_.problem() + "\n\nThe last good ones stay in force.");
+  }
+  return changes;
+}
+
 void Companion::settingsFileChanged() {
   const settings::CompanionSettings before = settings_.companionSettings();
-  for (const std::string_view name : settings_.load()) {
+  for (const std::string_view name : loadSettings()) {
     surroundings_.darwinNotifyCenter.post(name);
   }
   if (settings_.companionSettings() != before) {

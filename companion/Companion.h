@@ -47,15 +47,23 @@ struct CompanionSurroundings {
   SeenApps& seenApps;
 };
 
+/// The owner's files, by absolute path.
+struct CompanionPaths {
+  std::string settings;
+  /// Of the last good settings, for a start with a faulty file.
+  std::string settingsCopy;
+  /// The directory with the files of the band maker's app.
+  std::string miFit;
+};
+
 /// The daemon's partner in the phone's shell: it answers the daemon's questions for settings and
 /// paths, and tells it what happens on the phone.
 ///
 /// It never waits for the daemon, which may at that moment be waiting for an answer from here.
 class Companion final : public NotificationListener {
  public:
-  /// `miFitPath` is the directory with the files of the band maker's app.
-  Companion(CompanionSurroundings surroundings, const std::string& settingsPath,
-            std::string miFitPath);
+  Companion(CompanionSurroundings surroundings, CompanionPaths paths,
+            SettingsStore::Keeper keepSettings);
 
   /// Called with what the settings say of the companion itself: when they have been read first, and
   /// after every reading that has changed it.
@@ -89,6 +97,7 @@ class Companion final : public NotificationListener {
  private:
   void registerMessages();
   void tellCompanionSettings();
+  std::vector<std::string_view> loadSettings();
   platform::Dictionary answerPrefs();
   void announceSettingsOf(const std::string& sectionID);
   void endAlarms(const AlarmWatch::Tickets& tickets);

@@ -124,10 +124,17 @@ int run(const Options& options) {
                                                      phone.log(), paths->companionDefaults);
   companion::Senses senses({phone.runLoop(), phone.clock(), phone.log(), phone.sessionBus(),
                             phone.messageCenters(), userAlerts, defaults, logindLock});
-  companion::Companion shell({phone.messageCenters(), phone.darwinNotifyCenter(), phone.clock(),
-                              phone.log(), phone.fileManager(), doNotDisturb, lock, userAlerts,
-                              healthKit, senses.button(), senses.bandWork(), seenApps},
-                             settingsFile, paths->miFit);
+  companion::Companion shell(
+      {phone.messageCenters(), phone.darwinNotifyCenter(), phone.clock(), phone.log(),
+       phone.fileManager(), doNotDisturb, lock, userAlerts, healthKit, senses.button(),
+       senses.bandWork(), seenApps},
+      {settingsFile, paths->settingsCopy, paths->miFit},
+      [&phone, copy = paths->settingsCopy](const platform::Bytes& contents) {
+        if (const auto error = phone.fileManager().writeAtomically(copy, contents)) {
+          platform::Logger(phone.log(), "main")
+              .error("No copy of the settings is kept: " + error->localizedDescription);
+        }
+      });
   companion::CompanionObject object(phone.objectExporter(), seenApps, phone.log());
   const auto showStatus = [&] {
     object.setStatus({doNotDisturb.isActive(), lock.isLocked(), shell.settingsProblem()});

@@ -23,6 +23,8 @@ namespace {
 /// From this version on the shell needs the usage descriptions in its Info.plist.
 constexpr float kVersionWithUsageDescriptions = 10.0F;
 constexpr std::uint64_t kConnectedUnlessDoNotDisturb = 2;
+constexpr std::string_view kLockComplete = "com.apple.springboard.lockcomplete";
+constexpr std::string_view kLockState = "com.apple.springboard.lockstate";
 
 /// The leading number: "10.3.1" is 10.3, a text without one 0. The C locale is in force.
 float versionNumber(const std::string& version) { return std::strtof(version.c_str(), nullptr); }
@@ -90,6 +92,7 @@ Wrixel2d::Wrixel2d(const platform::Platform& platform, MiBandFactory makeBand)
       logger_(platform.log, "main"),
       makeBand_(std::move(makeBand)),
       companion_(platform.messageCenters, logger_),
+      intake_(platform.runLoop, companion_, platform.log, [this] { updateStatus(); }),
       scheduler_(platform, logger_, state_, companion_, [this] { updateStatus(); }),
       clockKeeper_(platform, [this] { syncClock(); }) {}
 
@@ -104,7 +107,6 @@ platform::ErrorOrNone Wrixel2d::init() {
   }
   addDarwinObservers();
   addDistributedObservers();
-  addControlObservers();
   status_ = std::make_unique<StatusObject>(platform_, logger_);
   updateStatus();
   platform_.serviceManager.notifyReady();
@@ -118,9 +120,12 @@ platform::ErrorOrNone Wrixel2d::registerForNotifications() {
   }
   using Handler = void (Wrixel2d::*)(const platform::Dictionary&);
   const auto serve = [this](std::string_view message, Handler handler) {
+    const Intake::Work work = [this, handler](const platform::Dictionary& userInfo) {
+      (this->*handler)(userInfo);
+    };
     center_->registerForMessageName(
-        message, [this, handler](std::string_view, const platform::Dictionary& userInfo) {
-          (this->*handler)(userInfo);
+        message, [this, work](std::string_view, const platform::Dictionary& userInfo) {
+          intake_.act(userInfo, work);
         });
   };
   serve("bulletinRequest", &Wrixel2d::handleBulletinRequest);
@@ -128,46 +133,52 @@ platform::ErrorOrNone Wrixel2d::registerForNotifications() {
   serve("DND", &Wrixel2d::handleDndChange);
   serve("appChanged", &Wrixel2d::handleVibrationTesting);
   serve("phoneCall", &Wrixel2d::handlePhonecall);
-  serve("letUsStart", &Wrixel2d::handleStartRequest);
+  center_->registerForMessageName("letUsStart",
+                                  [this](std::string_view name, const platform::Dictionary&) {
+                                    actOnSettings(name, &Wrixel2d::startBySettings);
+                                  });
   return std::nullopt;
 }
 
 void Wrixel2d::addDarwinObservers() {
   using platform::SuspensionBehavior;
-  const auto observe = [this](std::string_view name, SuspensionBehavior behavior,
-                              void (Wrixel2d::*handler)()) {
+  const auto preferences = [this](const char* suffix, SettingsHandler handler) {
     observations_.push_back(platform_.darwinNotifyCenter.addObserver(
-        name, behavior, [this, handler](std::string_view) { (this->*handler)(); }));
+        std::string("org.corvale.wrixel2prefs.preferencechanged").append(suffix),
+        SuspensionBehavior::coalesce,
+        [this, handler](std::string_view name) { actOnSettings(name, handler); }));
   };
-  const auto preferences = [&observe](const char* suffix, void (Wrixel2d::*handler)()) {
-    observe(std::string("org.corvale.wrixel2prefs.preferencechanged").append(suffix),
-            SuspensionBehavior::coalesce, handler);
-  };
-  preferences("", &Wrixel2d::preferencesChanged);
+  preferences("", &Wrixel2d::startBySettings);
   preferences("/hk", &Wrixel2d::reloadSettings);
-  preferences("/measure", &Wrixel2d::measureOnDemand);
+  observe("org.corvale.wrixel2prefs.preferencechanged/measure", SuspensionBehavior::coalesce,
+          &Wrixel2d::measureOnDemand);
   preferences("/hkInterval", &Wrixel2d::hrIntervalChanged);
   preferences("/move", &Wrixel2d::reloadMoveSettings);
   preferences("/continuous", &Wrixel2d::continuousHrChanged);
   preferences("/stopwatchChanged", &Wrixel2d::stopwatchChanged);
 
-  const auto observeAtOnce = [&observe](std::string_view name, void (Wrixel2d::*handler)()) {
+  const auto observeAtOnce = [this](std::string_view name, void (Wrixel2d::*handler)()) {
     observe(name, SuspensionBehavior::deliverImmediately, handler);
   };
-  observeAtOnce("com.apple.springboard.lockcomplete", &Wrixel2d::lockComplete);
-  observeAtOnce("com.apple.springboard.lockstate", &Wrixel2d::lockStateChanged);
+  observeAtOnce(kLockComplete, &Wrixel2d::lockComplete);
+  observeAtOnce(kLockState, &Wrixel2d::lockStateChanged);
   observeAtOnce("org.corvale.wrixel2.lockToCurrentBand", &Wrixel2d::lockToCurrentBand);
   observeAtOnce("org.corvale.wrixel2.removeLock", &Wrixel2d::removeBandLock);
+  // For the owner's other programs.
+  observeAtOnce("org.corvale.wrixel2.syncClock", &Wrixel2d::syncClock);
+  observeAtOnce("org.corvale.wrixel2.keyChanged", &Wrixel2d::keyChanged);
 }
 
-void Wrixel2d::addControlObservers() {
-  const auto observe = [this](std::string_view name, void (Wrixel2d::*handler)()) {
-    observations_.push_back(platform_.darwinNotifyCenter.addObserver(
-        name, platform::SuspensionBehavior::deliverImmediately,
-        [this, handler](std::string_view) { (this->*handler)(); }));
-  };
-  observe("org.corvale.wrixel2.syncClock", &Wrixel2d::syncClock);
-  observe("org.corvale.wrixel2.keyChanged", &Wrixel2d::keyChanged);
+void Wrixel2d::observe(std::string_view name, platform::SuspensionBehavior behavior,
+                       void (Wrixel2d::*handler)()) {
+  const Intake::Work work = [this, handler](const platform::Dictionary&) { (this->*handler)(); };
+  observations_.push_back(platform_.darwinNotifyCenter.addObserver(
+      name, behavior, [this, work](std::string_view) { intake_.act({}, work); }));
+}
+
+void Wrixel2d::actOnSettings(std::string_view name, SettingsHandler handler) {
+  intake_.actOnSettings(
+      name, [this, handler](const platform::Dictionary* settings) { (this->*handler)(settings); });
 }
 
 void Wrixel2d::addDistributedObservers() {
@@ -250,11 +261,6 @@ void Wrixel2d::handlePhonecall(const platform::Dictionary& userInfo) {
   }
 }
 
-void Wrixel2d::handleStartRequest(const platform::Dictionary&) {
-  reloadSettings();
-  applyEnabledState();
-}
-
 void Wrixel2d::notifyBand(const BandAlert& alert) {
   if (state_.band) {
     state_.band->notifyMiWithRepeat(alert.repeat, alert.icon, alert.pattern, alert.text);
@@ -263,21 +269,25 @@ void Wrixel2d::notifyBand(const BandAlert& alert) {
 
 // Settings ---------------------------------------------------------------------------------------
 
-void Wrixel2d::preferencesChanged() {
-  reloadSettings();
+void Wrixel2d::startBySettings(const platform::Dictionary* settings) {
+  reloadSettings(settings);
   applyEnabledState();
 }
 
-void Wrixel2d::reloadSettings() {
-  state_.settings = Settings::fromDictionary(companion_.prefsDict(), logger_);
+void Wrixel2d::reloadSettings(const platform::Dictionary* settings) {
+  if (settings != nullptr) {
+    state_.settings = Settings::fromDictionary(*settings, logger_);
+  }
 }
 
-void Wrixel2d::reloadMoveSettings() {
+void Wrixel2d::reloadMoveSettings(const platform::Dictionary* read) {
   // The other values stay as they are until everything is read again.
   auto& settings = state_.settings;
-  settings.snapshot = companion_.prefsDict();
-  const auto old =
-      std::exchange(settings.move, MoveSettings::fromDictionary(settings.snapshot, logger_));
+  const auto old = settings.move;
+  if (read != nullptr) {
+    settings.snapshot = *read;
+    settings.move = MoveSettings::fromDictionary(settings.snapshot, logger_);
+  }
   const auto fault = moveWindowFault(settings.move);
   if (fault != MoveWindowFault::none) {
     logger_.error(invalidStepConfiguration(settings.move));
@@ -290,18 +300,18 @@ void Wrixel2d::reloadMoveSettings() {
   scheduler_.moveSettingsChanged(old);
 }
 
-void Wrixel2d::hrIntervalChanged() {
-  reloadSettings();
+void Wrixel2d::hrIntervalChanged(const platform::Dictionary* settings) {
+  reloadSettings(settings);
   scheduler_.hrIntervalChanged();
 }
 
-void Wrixel2d::continuousHrChanged() {
-  reloadSettings();
+void Wrixel2d::continuousHrChanged(const platform::Dictionary* settings) {
+  reloadSettings(settings);
   scheduler_.continuousHrChanged();
 }
 
-void Wrixel2d::stopwatchChanged() {
-  reloadSettings();
+void Wrixel2d::stopwatchChanged(const platform::Dictionary* settings) {
+  reloadSettings(settings);
   scheduler_.stopwatchChanged();
 }
 
@@ -337,7 +347,11 @@ void Wrixel2d::startBandService() {
   }
   state_.started = true;
   scheduler_.start();
-  const auto path = companion_.miFitBasePath();
+  pathQuestion_ = companion_.askForMiFitBasePath(
+      [this](const std::optional<std::string>& path) { pathFound(path); });
+}
+
+void Wrixel2d::pathFound(const std::optional<std::string>& path) {
   logger_.info(fmt::format("path: {}", platform::description(path)));
   if (!path || path->empty()) {
     companion_.alertUser(
@@ -377,8 +391,7 @@ void Wrixel2d::lockStateChanged() {
   }
   state_.deviceLocked = false;
   if (!state_.started) {
-    reloadSettings();
-    applyEnabledState();
+    actOnSettings(kLockState, &Wrixel2d::startBySettings);
   }
 }
 
@@ -441,6 +454,9 @@ void Wrixel2d::updateStatus() {
 }
 
 std::string Wrixel2d::problem() const {
+  if (auto unanswered = intake_.problem(); !unanswered.empty()) {
+    return unanswered;
+  }
   if (!state_.band) {
     return "Waiting for the shell companion (wrixel2-companion) to say that it is ready";
   }

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -9,6 +10,7 @@
 #include "daemon/ClockKeeper.h"
 #include "daemon/DaemonState.h"
 #include "daemon/ForwardingRules.h"
+#include "daemon/Intake.h"
 #include "daemon/MeasurementScheduler.h"
 #include "daemon/ShellCompanion.h"
 #include "daemon/StatusObject.h"
@@ -52,22 +54,25 @@ class Wrixel2d : public std::enable_shared_from_this<Wrixel2d> {
   platform::ErrorOrNone registerForNotifications();
   void addDarwinObservers();
   void addDistributedObservers();
-  /// For the owner's other programs.
-  void addControlObservers();
+  void observe(std::string_view name, platform::SuspensionBehavior behavior,
+               void (Wrixel2d::*handler)());
 
   void handleBulletinRequest(const platform::Dictionary& userInfo);
   void handleStopVibrationRequest(const platform::Dictionary& userInfo);
   void handleDndChange(const platform::Dictionary& userInfo);
   void handleVibrationTesting(const platform::Dictionary& userInfo);
   void handlePhonecall(const platform::Dictionary& userInfo);
-  void handleStartRequest(const platform::Dictionary& userInfo);
 
-  void preferencesChanged();
-  void reloadSettings();
-  void reloadMoveSettings();
-  void hrIntervalChanged();
-  void continuousHrChanged();
-  void stopwatchChanged();
+  /// Settings as they were told; none where nobody tells them, and those in force stay.
+  using SettingsHandler = void (Wrixel2d::*)(const platform::Dictionary* settings);
+
+  void startBySettings(const platform::Dictionary* settings);
+  void reloadSettings(const platform::Dictionary* settings);
+  void reloadMoveSettings(const platform::Dictionary* settings);
+  void hrIntervalChanged(const platform::Dictionary* settings);
+  void continuousHrChanged(const platform::Dictionary* settings);
+  void stopwatchChanged(const platform::Dictionary* settings);
+  void actOnSettings(std::string_view name, SettingsHandler handler);
   void measureOnDemand();
   void lockComplete();
   void lockStateChanged();
@@ -78,6 +83,7 @@ class Wrixel2d : public std::enable_shared_from_this<Wrixel2d> {
 
   void applyEnabledState();
   void startBandService();
+  void pathFound(const std::optional<std::string>& path);
   void applyConnectedMode();
   void notifyBand(const BandAlert& alert);
   void updateStatus();
@@ -89,6 +95,8 @@ class Wrixel2d : public std::enable_shared_from_this<Wrixel2d> {
   DaemonState state_;
   ForwardingHistory history_;
   ShellCompanion companion_;
+  Intake intake_;
+  std::unique_ptr<platform::PendingAnswer> pathQuestion_;
   MeasurementScheduler scheduler_;
   ClockKeeper clockKeeper_;
   std::unique_ptr<platform::MessageCenter> center_;

@@ -9,9 +9,12 @@ platform::Result<OwnerPaths> OwnerPaths::standard() {
   if (!directories) {
     return directories.error();
   }
-  return OwnerPaths{
-      directories->config + "/wrixel2/settings.toml", directories->data + "/wrixel2/MiFit",
-      directories->state + "/wrixel2/apps.plist", directories->state + "/wrixel2/companion.plist"};
+  const std::string state = directories->state + "/wrixel2";
+  return OwnerPaths{.settingsFile = directories->config + "/wrixel2/settings.toml",
+                    .settingsCopy = state + "/settings.toml",
+                    .miFit = directories->data + "/wrixel2/MiFit",
+                    .seenApps = state + "/apps.plist",
+                    .companionDefaults = state + "/companion.plist"};
 }
 
 }  // namespace wrixel2::settings

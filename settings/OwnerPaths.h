@@ -9,6 +9,8 @@ namespace wrixel2::settings {
 /// Where the owner's files of this program are, below the XDG base directories.
 struct OwnerPaths {
   std::string settingsFile;
+  /// The companion's copy of the last good one.
+  std::string settingsCopy;
   /// The directory in the layout of the band maker's app that holds the pairing key.
   std::string miFit;
   /// The apps that have notified, as the companion keeps them.

@@ -21,6 +21,7 @@ using platform::LogLevel;
 using Reached = std::vector<std::string>;
 
 constexpr const char* kSettings = "/home/anna/.config/wrixel2/settings.toml";
+constexpr const char* kCopy = "/home/anna/.local/state/wrixel2/settings.toml";
 constexpr const char* kHk = "org.corvale.wrixel2prefs.preferencechanged/hk";
 constexpr const char* kLockComplete = "com.apple.springboard.lockcomplete";
 constexpr const char* kLockState = "com.apple.springboard.lockstate";
@@ -128,14 +129,18 @@ class CompanionTest : public testing::Test {
   std::vector<std::unique_ptr<platform::Observation>> observations_;
   Reached reached_;
   std::vector<std::string> titles_;  ///< of the bulletins
+  int copies_ = 0;                   ///< of good settings, as they were written
   Dictionary prefs_;
   SeenApps seenApps_{phone_.runLoop, phone_.clock, phone_.propertyLists, phone_.log,
                      "/home/anna/.local/state/wrixel2/apps.plist"};
   Companion companion_{{phone_.messageCenters, phone_.darwinNotifyCenter, phone_.clock, phone_.log,
                         phone_.fileManager, doNotDisturb_, lock_, userAlerts_, healthKit_, button_,
                         bandWork_, seenApps_},
-                       kSettings,
-                       "/home/anna/.local/share/wrixel2/MiFit"};
+                       {kSettings, kCopy, "/home/anna/.local/share/wrixel2/MiFit"},
+                       [this](const platform::Bytes& contents) {
+                         ++copies_;
+                         EXPECT_FALSE(phone_.fileManager.writeAtomically(kCopy, contents));
+                       }};
 };
 
 TEST_F(CompanionTest, AnswersWithSettingsAndThePathOfTheKeyFiles) {
@@ -305,6 +310,9 @@ TEST_F(CompanionTest, PostsWhatAnEditChangedAndKeepsTheLastGoodSettings) {
     fetchPrefs();
     EXPECT_EQ(prefs_, good);
   }
+  EXPECT_EQ(userAlerts_.presented.size(), 3U) << "once for each";
+  EXPECT_NE(userAlerts_.presented.front().find(":2: "), std::string::npos);
+  EXPECT_EQ(copies_, 2) << "only of what is good and new";
   phone_.fileManager.removeItemAtPath(kSettings);
   companion_.settingsFileChanged();
   EXPECT_EQ(companion_.settingsProblem(), "");
@@ -312,6 +320,19 @@ TEST_F(CompanionTest, PostsWhatAnEditChangedAndKeepsTheLastGoodSettings) {
   EXPECT_EQ(prefs_, good);
   edit("[battery]\nalertBelow = 30\n");
   EXPECT_EQ(thresholds, (std::vector<std::int64_t>{20, 30}));
+}
+
+TEST_F(CompanionTest, AFaultyFileAtTheStartIsStoodInForByTheLastGoodSettings) {
+  const std::string head = std::string("# The last good version of ") + kSettings + "\n";
+  phone_.fileManager.addFile(kCopy, head + "timeout = 3\n");
+  writeSettings("timeout = \n");
+  serve();
+  fetchPrefs();
+  EXPECT_EQ(prefs_, (Dictionary{{"timeout", 3}}));
+  EXPECT_EQ(userAlerts_.presented.size(), 1U);
+  EXPECT_NE(companion_.settingsProblem(), "");
+  edit("timeout = 4\n");
+  EXPECT_EQ(phone_.fileManager.textAtPath(kCopy), head + "timeout = 4\n");
 }
 
 TEST_F(CompanionTest, ShowsTheDaemonsAlertsAndHandsOnPressesOfTheButton) {

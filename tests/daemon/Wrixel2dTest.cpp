@@ -26,6 +26,17 @@ constexpr const char* kLockState = "com.apple.springboard.lockstate";
 class Wrixel2dTest : public DaemonHarness {
  protected:
   bool isConnectedMode() const { return manager->isConnectedMode(); }
+  void setCompanionHanging(bool isHanging) {
+    system.messageCenters.setHanging("org.corvale.wrixel2Ipc", isHanging);
+  }
+  auto warningsWith(std::string_view text) const {
+    return std::ranges::count_if(system.log.lines(), [&](const auto& line) {
+      return line.level == LogLevel::warning && line.message.find(text) != std::string::npos;
+    });
+  }
+  std::size_t questions() const {
+    return system.messageCenters.sentMessages("getPrefsDict").size();
+  }
 };
 
 // Construction -----------------------------------------------------------------------------------
@@ -150,28 +161,18 @@ TEST_F(Wrixel2dTest, TheUserIsToldOnceAtStartWhenTheAppIsMissing) {
 }
 
 TEST_F(Wrixel2dTest, WithoutACompanionTheDefaultsHoldAndALineSaysSo) {
-  companion->settings = {{"onlyLocked", true}};
-  for (const bool isHanging : {true, false}) {
-    SCOPED_TRACE(isHanging ? "hanging" : "absent");
-    start();
-    forget();
-    system.messageCenters.setHanging("org.corvale.wrixel2Ipc", isHanging);
-    if (!isHanging) {
-      companion.reset();
-    }
-    const auto before = system.clock.monotonicNow();
-    send("letUsStart");
-    run();
-    EXPECT_EQ(system.clock.monotonicNow() - before, isHanging ? 4s : 0s)
-        << "two requests of two seconds";
-    EXPECT_TRUE(wrixel2d->state().started) << "enabled by default";
-    EXPECT_FALSE(wrixel2d->state().settings.onlyLocked);
-    const auto warnings = lines(LogLevel::warning);
-    ASSERT_EQ(warnings.size(), 2U);
-    EXPECT_TRUE(warnings[0].starts_with("No settings from the shell companion"));
-    EXPECT_TRUE(warnings[1].starts_with("No app info from the shell companion"));
-    EXPECT_EQ(userAlerts().size(), 1U) << "told that the app is missing";
-  }
+  start();
+  forget();
+  companion.reset();
+  send("letUsStart");
+  postPreference("/hk");
+  run();
+  EXPECT_TRUE(wrixel2d->state().started) << "enabled by default";
+  EXPECT_EQ(warningsWith("using the defaults"), 1);
+  EXPECT_EQ(warningsWith("No app info from the shell companion"), 1);
+  EXPECT_EQ(userAlerts().size(), 1U) << "told that the app is missing";
+  system.runLoop.runFor(1h);
+  EXPECT_EQ(questions(), 2U) << "nobody is asked again; who comes says so";
 }
 
 TEST_F(Wrixel2dTest, ConnectedModeFollowsTheSettingAndDoNotDisturb) {
@@ -287,6 +288,97 @@ TEST_F(Wrixel2dTest, AFaultyMoveWindowIsToldAndKept) {
   change("endSteps", 16, "/move");
   EXPECT_TRUE(userAlerts().empty());
   EXPECT_EQ(system.runLoop.persistentTimers().size(), 1U);
+}
+
+TEST_F(Wrixel2dTest, BeforeTheFirstAnswerNothingStartsAndWhatArrivesWaits) {
+  companion->settings = {{"MBIcon-app", 9}};
+  start();
+  setCompanionHanging(true);
+  post(kLockState);
+  send("bulletinRequest", {{"sectionID", "app"}});
+  system.runLoop.runFor(10min);
+  EXPECT_FALSE(wrixel2d->state().started);
+  EXPECT_NE(property("Problem").text()->find("nothing starts"), std::string::npos);
+  EXPECT_EQ(warningsWith("nothing starts without them"), 1);
+  EXPECT_EQ(questions(), 7U) << "at 0, 3, 10, 42, 104, 226 and 528 seconds";
+  EXPECT_EQ(lines(LogLevel::info).size(), 1U) << "that it starts";
+
+  setCompanionHanging(false);
+  run();
+  EXPECT_TRUE(wrixel2d->state().started);
+  EXPECT_EQ(wrixel2d->state().band->mode()->iconId(), 9U);
+  EXPECT_EQ(property("Problem"), Value(""));
+  system.runLoop.runFor(1h);
+  EXPECT_EQ(questions(), 7U);
+}
+
+TEST_F(Wrixel2dTest, WithoutAnAnswerTheSettingsLastReadHoldAndChangesWaitForIt) {
+  startService({{"MBIcon-app", 9}});
+  setCompanionHanging(true);
+  set("MBIcon-app", 5);
+  change("continuousHr", true, "/continuous");
+  setQuiet(true);
+  setQuiet(false);
+  bulletin({{"sectionID", "app"}});
+  system.runLoop.runFor(1999ms);
+  EXPECT_FALSE(newBandAlert()) << "the answer may still come";
+  EXPECT_EQ(property("Problem"), Value(""));
+  system.runLoop.runFor(1ms);
+  EXPECT_EQ(newBandAlert(), (BandAlert{1, 9, 0, {}}));
+  EXPECT_NE(property("Problem").text()->find("last read stay in force"), std::string::npos);
+  bulletin({{"sectionID", "app"}});
+  EXPECT_EQ(newBandAlert(), (BandAlert{1, 9, 0, {}})) << "at once";
+  EXPECT_TRUE(userAlerts().empty());
+
+  // Late, and of before the last change: what was announced after it is asked for once more.
+  system.runLoop.runFor(10s);
+  forget();
+  for (int i = 0; i < 3; ++i) {
+    postPreference("/hk");
+  }
+  setCompanionHanging(false);
+  run();
+  EXPECT_EQ(questions(), 1U);
+  EXPECT_EQ(userAlerts().size(), 1U) << "that continuous measuring has begun";
+  bulletin({{"sectionID", "app"}});
+  EXPECT_EQ(newBandAlert(), (BandAlert{1, 5, 0, {}}));
+
+  // A companion that ends without having answered, and does not come back.
+  setCompanionHanging(true);
+  change("continuousHr", false, "/continuous");
+  companion.reset();
+  setCompanionHanging(false);
+  system.runLoop.runFor(1s);
+  EXPECT_EQ(userAlerts().size(), 2U) << "acted on by the settings in force";
+  EXPECT_TRUE(wrixel2d->state().settings.continuousHr);
+  EXPECT_EQ(property("Problem"), Value(""));
+}
+
+TEST_F(Wrixel2dTest, AFloodAsksNoMoreThanTwiceAndKeepsWhatWaitsBoundedAndInOrder) {
+  startService({{"MBIcon-app", 9}, {"MBPreview-app", true}});
+  setCompanionHanging(true);
+  for (int i = 0; i < 10'000; ++i) {
+    postPreference("/hk");
+    postPreference("/move");
+    send("bulletinRequest", {{"sectionID", "app"}, {"message", std::to_string(i)}});
+  }
+  setCompanionHanging(false);
+  run();
+  EXPECT_EQ(questions(), 2U);
+  EXPECT_EQ(newBandAlert()->text, "9999");
+  EXPECT_EQ(requests("#Forwaring: app"), 253U) << "and three announcements make 256";
+  EXPECT_TRUE(system.log.contains(LogLevel::warning, " were dropped"));
+
+  // Few, but large.
+  forget();
+  setCompanionHanging(true);
+  postPreference("/hk");
+  for (int i = 0; i < 64; ++i) {
+    send("bulletinRequest", {{"sectionID", "app"}, {"message", std::string(100'000, 'x')}});
+  }
+  setCompanionHanging(false);
+  run();
+  EXPECT_EQ(requests("#Forwaring: app"), 10U);
 }
 
 // Messages ---------------------------------------------------------------------------------------

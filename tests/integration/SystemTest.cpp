@@ -119,31 +119,31 @@ TEST_F(SessionTest, CallsAndAlarmsGoThroughEverythingUntilTheyEnd) {
   waitUntil("the band is stopped", [this] { return isStopped(); });
 }
 
-/// What becomes of the companion's name.
-class WithoutCompanionTest : public SessionTest, public testing::WithParamInterface<bool> {
- protected:
+TEST_F(SessionTest, TheDefaultsHoldOnlyWhereNobodyHasTheCompanionsName) {
   struct Unref {
     void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
   };
-  std::unique_ptr<sd_bus, Unref> hanging_;
-};
+  // A program that has the name and never answers.
+  sd_bus* bus = nullptr;
+  ASSERT_GE(sd_bus_new(&bus), 0);
+  std::unique_ptr<sd_bus, Unref> hanging(bus);
+  sd_bus_set_bus_client(bus, 1);
+  sd_bus_set_address(bus, privateBus_.address().c_str());
+  ASSERT_GE(sd_bus_start(bus), 0);
+  ASSERT_GE(sd_bus_request_name(bus, kCompanionName, 0), 0);
 
-TEST_P(WithoutCompanionTest, TheDaemonServesWithDefaults) {
-  if (GetParam()) {
-    // A program that has the name and never answers holds nothing up for long.
-    sd_bus* bus = nullptr;
-    ASSERT_GE(sd_bus_new(&bus), 0);
-    hanging_.reset(bus);
-    sd_bus_set_bus_client(bus, 1);
-    sd_bus_set_address(bus, privateBus_.address().c_str());
-    ASSERT_GE(sd_bus_start(bus), 0);
-    ASSERT_GE(sd_bus_request_name(bus, kCompanionName, 0), 0);
-  }
   startDaemon();
   // There is nobody to say where the key is: the band is set to the one that the daemon has.
   setBandProperty("PairingKey", "s", kFallbackKey);
   tell("DND", {{"DNDEnabled", true}});
   tell("letUsStart");
+  waitUntil("the daemon misses the answer",
+            [this] { return daemon_->hasLogged("nothing starts without them"); });
+  EXPECT_NE(bus_->getProperty(kStatus, "Problem")->text()->find("does not answer"),
+            std::string::npos);
+  EXPECT_TRUE(events_.empty());
+
+  hanging.reset();
   waitUntilServed();
   tell("phoneCall", {{"newCall", true}, {"text", "Disturbing"}});
   tell("DND", {{"DNDEnabled", false}});
@@ -152,9 +152,6 @@ TEST_P(WithoutCompanionTest, TheDaemonServesWithDefaults) {
   EXPECT_EQ(shownTexts(), Texts{"Anna"});
   EXPECT_TRUE(daemon_->hasLogged("No settings from the shell companion, using the defaults"));
 }
-
-INSTANTIATE_TEST_SUITE_P(Companion, WithoutCompanionTest, testing::Bool(),
-                         [](const auto& testCase) { return testCase.param ? "Hangs" : "IsAway"; });
 
 TEST_F(SessionTest, ALinkThatDropsOnTheWayIsMadeAnew) {
   writeSettings(appTable("Chat", 8));
