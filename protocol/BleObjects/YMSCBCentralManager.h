@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/CentralManager.h"
@@ -39,14 +40,26 @@ class YMSCBCentralManager : public platform::CentralManagerDelegate,
   const std::vector<std::shared_ptr<YMSCBPeripheral>>& ymsPeripherals() const {
     return ymsPeripherals_;
   }
+  void setYmsPeripherals(std::vector<std::shared_ptr<YMSCBPeripheral>> peripherals) {
+    ymsPeripherals_ = std::move(peripherals);
+  }
   std::shared_ptr<platform::CentralManagerDelegate> delegate() const { return delegate_.lock(); }
   void setDelegate(std::weak_ptr<platform::CentralManagerDelegate> delegate);
   platform::CentralManager& manager() const { return *manager_; }
+  /// Never none.
+  void setManager(std::unique_ptr<platform::CentralManager> manager) {
+    manager_ = std::move(manager);
+  }
   const std::vector<std::string>& knownPeripheralNames() const { return knownPeripheralNames_; }
   void setKnownPeripheralNames(std::vector<std::string> names);
   bool isScanning() const { return isScanning_; }
+  void setIsScanning(bool isScanning) { isScanning_ = isScanning; }
   /// Of this layer.
   std::string_view version() const { return "1.090"; }
+  /// None unless one is set. It may be replaced while it is called.
+  std::shared_ptr<const DiscoveredCallback> discoveredCallback() const {
+    return discoveredCallback_;
+  }
   /// Takes every discovered device from then on, also in later scans that were started without a
   /// callback; none hands them to handleFoundPeripheral.
   void setDiscoveredCallback(DiscoveredCallback callback);
@@ -60,6 +73,11 @@ class YMSCBCentralManager : public platform::CentralManagerDelegate,
   platform::TimeInterval watchdogTimerInterval() const { return watchdogTimerInterval_; }
   void setWatchdogTimerInterval(platform::TimeInterval interval) {
     watchdogTimerInterval_ = interval;
+  }
+  /// None while nothing is watched.
+  const platform::Timer* watchdogTimer() const { return watchdogTimer_.get(); }
+  void setWatchdogTimer(std::unique_ptr<platform::Timer> timer) {
+    watchdogTimer_ = std::move(timer);
   }
 
   std::size_t count() const { return ymsPeripherals_.size(); }

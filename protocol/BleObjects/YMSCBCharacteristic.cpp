@@ -36,6 +36,13 @@ void YMSCBCharacteristic::setCbCharacteristic(
   cbCharacteristic_ = std::move(characteristic);
 }
 
+void YMSCBCharacteristic::setNotificationStateCallback(ErrorCallback callback) {
+  notificationStateCallback_.reset();
+  if (callback) {
+    notificationStateCallback_ = std::move(callback);
+  }
+}
+
 void YMSCBCharacteristic::setNotifyValue(bool enabled, ErrorCallback callback) {
   const auto peripheral = cbPeripheral();
   if (!peripheral || !cbCharacteristic_) {
@@ -43,7 +50,7 @@ void YMSCBCharacteristic::setNotifyValue(bool enabled, ErrorCallback callback) {
     return;
   }
   if (callback) {
-    notificationStateCallback_ = std::move(callback);
+    setNotificationStateCallback(std::move(callback));
   }
   peripheral->setNotifyValue(enabled, cbCharacteristic_);
 }
@@ -53,11 +60,16 @@ void YMSCBCharacteristic::executeNotificationStateCallback(const platform::Error
     return;
   }
   const auto self = shared_from_this();
-  const ErrorCallback callback = std::move(notificationStateCallback_);
+  const ErrorCallback callback = std::move(*notificationStateCallback_);
+  if (!callback) {
+    platform::assertionFailure(
+        "ERROR: notificationStateCallback is nil; please check for multi-threaded access of "
+        "executeNotificationStateCallback");
+  }
   callback(error);
   // Cleared only now, deliberately: one answer ends whatever is pending, so a request made by the
   // callback itself has no callback of its own.
-  notificationStateCallback_ = nullptr;
+  notificationStateCallback_.reset();
 }
 
 void YMSCBCharacteristic::writeValue(const platform::Bytes& data, ErrorCallback callback) {

@@ -37,17 +37,24 @@ class YMSCBCharacteristic : public std::enable_shared_from_this<YMSCBCharacteris
                       std::int32_t offset);
 
   const std::string& name() const { return name_; }
+  void setName(std::string name) { name_ = std::move(name); }
   const platform::UUID& uuid() const { return uuid_; }
+  void setUuid(const platform::UUID& uuid) { uuid_ = uuid; }
   /// What its UUID was made from; 0 where it was given as a whole.
   std::int32_t offset() const { return offset_; }
+  void setOffset(std::int32_t offset) { offset_ = offset; }
   /// The peripheral, not the service; none once it is gone.
   std::shared_ptr<YMSCBPeripheral> parent() const { return parent_.lock(); }
+  void setParent(std::weak_ptr<YMSCBPeripheral> parent) { parent_ = std::move(parent); }
   /// None before discovery; that of the last discovery afterwards.
   const std::shared_ptr<platform::Characteristic>& cbCharacteristic() const {
     return cbCharacteristic_;
   }
   void setCbCharacteristic(std::shared_ptr<platform::Characteristic> characteristic);
   const std::vector<std::shared_ptr<YMSCBDescriptor>>& descriptors() const { return descriptors_; }
+  void setDescriptors(std::vector<std::shared_ptr<YMSCBDescriptor>> descriptors) {
+    descriptors_ = std::move(descriptors);
+  }
 
   /// The value of the read answer or notification handled last, as it was when it came in; none
   /// before the first. During a service's handler it is the value that the handler is called for,
@@ -59,7 +66,8 @@ class YMSCBCharacteristic : public std::enable_shared_from_this<YMSCBCharacteris
   /// earlier one stays.
   void setNotifyValue(bool enabled, ErrorCallback callback);
   /// Calls the pending callback, then forgets whatever callback is pending, also one that was
-  /// stored during the call. Nothing without one.
+  /// stored during the call. Nothing without one; fatal from inside the call, where it is pending
+  /// and taken.
   void executeNotificationStateCallback(const platform::ErrorOrNone& error);
 
   /// With a callback the band acknowledges the write; without one it does not. Empty data is not
@@ -82,9 +90,22 @@ class YMSCBCharacteristic : public std::enable_shared_from_this<YMSCBCharacteris
   /// Replaces the descriptors by new ones for the platform's.
   void syncDescriptors(const std::vector<std::shared_ptr<platform::Descriptor>>& cbDescriptors);
 
-  bool hasNotificationStateCallback() const { return bool(notificationStateCallback_); }
-  std::size_t readCallbacksCount() const { return readCallbacks_.count(); }
-  std::size_t writeCallbacksCount() const { return writeCallbacks_.count(); }
+  /// What is pending; setting replaces it uncalled. A single callback is pending until its call has
+  /// returned, the oldest of a queue until its answer.
+  const std::optional<ErrorCallback>& notificationStateCallback() const {
+    return notificationStateCallback_;
+  }
+  void setNotificationStateCallback(ErrorCallback callback);
+  const DiscoverDescriptorsCallback& discoverDescriptorsCallback() const {
+    return discoverDescriptorsCallback_;
+  }
+  void setDiscoverDescriptorsCallback(DiscoverDescriptorsCallback callback) {
+    discoverDescriptorsCallback_ = std::move(callback);
+  }
+  const FifoQueue<ReadCallback>& readCallbacks() const { return readCallbacks_; }
+  void setReadCallbacks(FifoQueue<ReadCallback> queue) { readCallbacks_ = std::move(queue); }
+  const FifoQueue<ErrorCallback>& writeCallbacks() const { return writeCallbacks_; }
+  void setWriteCallbacks(FifoQueue<ErrorCallback> queue) { writeCallbacks_ = std::move(queue); }
 
  private:
   std::shared_ptr<platform::Peripheral> cbPeripheral() const;
@@ -97,7 +118,7 @@ class YMSCBCharacteristic : public std::enable_shared_from_this<YMSCBCharacteris
   std::int32_t offset_;
   std::vector<std::shared_ptr<YMSCBDescriptor>> descriptors_;
   std::optional<platform::Bytes> value_;
-  ErrorCallback notificationStateCallback_;
+  std::optional<ErrorCallback> notificationStateCallback_;  ///< an empty one while it is called
   DiscoverDescriptorsCallback discoverDescriptorsCallback_;
   FifoQueue<ReadCallback> readCallbacks_;
   FifoQueue<ErrorCallback> writeCallbacks_;

@@ -33,7 +33,9 @@ class YMSCBDescriptor {
   std::shared_ptr<YMSCBPeripheral> parent() const { return parent_.lock(); }
   void setParent(std::weak_ptr<YMSCBPeripheral> parent) { parent_ = std::move(parent); }
 
+  const std::optional<FifoQueue<ReadCallback>>& readCallbacks() const { return readCallbacks_; }
   void setReadCallbacks(std::optional<FifoQueue<ReadCallback>> queue);
+  const std::optional<FifoQueue<ErrorCallback>>& writeCallbacks() const { return writeCallbacks_; }
   void setWriteCallbacks(std::optional<FifoQueue<ErrorCallback>> queue);
 
   void writeValue(const platform::Bytes& data, ErrorCallback callback);

@@ -324,7 +324,7 @@ void YMSCBPeripheral::peripheralDidUpdateValueForCharacteristic(
           // characteristic notifies, deliberately all of it goes to the service.
           if (found->cbCharacteristic()->isNotifying()) {
             service.notifyCharacteristicHandler(found, error);
-          } else if (found->readCallbacksCount() > 0) {
+          } else if (!found->readCallbacks().isEmpty()) {
             found->executeReadCallback(value, error);
           }
         });
@@ -358,7 +358,7 @@ void YMSCBPeripheral::peripheralDidWriteValueForCharacteristic(
         &PeripheralDelegate::peripheralDidWriteValueForCharacteristic,
         [error](YMSCBService& service, const std::shared_ptr<YMSCBCharacteristic>& found) {
           // A confirmation that nobody waits for is deliberately the service's too.
-          if (found->writeCallbacksCount() > 0) {
+          if (!found->writeCallbacks().isEmpty()) {
             found->executeWriteCallback(error);
           } else {
             service.notifyCharacteristicHandler(found, error);

@@ -45,6 +45,7 @@ class YMSCBPeripheral : public platform::PeripheralDelegate,
 
   /// For the services of subclasses.
   const yms_u128_t& base() const { return base_; }
+  void setBase(const yms_u128_t& base) { base_ = base; }
   /// The device's name; none if it has none or there is no platform peripheral.
   std::optional<std::string> name() const;
   std::shared_ptr<platform::PeripheralDelegate> delegate() const { return delegate_.lock(); }
@@ -67,10 +68,25 @@ class YMSCBPeripheral : public platform::PeripheralDelegate,
   void setRssiPingPeriod(platform::TimeInterval period) { rssiPingPeriod_ = period; }
   /// None once the central is gone.
   std::shared_ptr<YMSCBCentralManager> central() const { return central_.lock(); }
+  void setCentral(std::weak_ptr<YMSCBCentralManager> central) { central_ = std::move(central); }
   /// How long connecting may take; 45 s.
   platform::TimeInterval watchdogTimerInterval() const { return watchdogTimerInterval_; }
   void setWatchdogTimerInterval(platform::TimeInterval interval) {
     watchdogTimerInterval_ = interval;
+  }
+  /// None while nothing is watched.
+  const platform::Timer* watchdogTimer() const { return watchdogTimer_.get(); }
+  void setWatchdogTimer(std::unique_ptr<platform::Timer> timer) {
+    watchdogTimer_ = std::move(timer);
+  }
+  /// The pending callbacks, empty ones where nobody waits; setting replaces them uncalled.
+  const ConnectCallback& connectCallback() const { return connectCallback_; }
+  void setConnectCallback(ConnectCallback callback) { connectCallback_ = std::move(callback); }
+  const DiscoverServicesCallback& discoverServicesCallback() const {
+    return discoverServicesCallback_;
+  }
+  void setDiscoverServicesCallback(DiscoverServicesCallback callback) {
+    discoverServicesCallback_ = std::move(callback);
   }
   bool isRenderedInViewCell() const { return isRenderedInViewCell_; }
   void setIsRenderedInViewCell(bool isRendered) { isRenderedInViewCell_ = isRendered; }

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/Error.h"
@@ -49,14 +50,17 @@ class YMSCBService : public std::enable_shared_from_this<YMSCBService> {
   virtual ~YMSCBService();
 
   const std::string& name() const { return name_; }
+  void setName(std::string name) { name_ = std::move(name); }
   /// None while the service is not discovered.
   const std::shared_ptr<platform::Service>& cbService() const { return cbService_; }
   void setCbService(std::shared_ptr<platform::Service> service);
   /// None once the peripheral is gone.
   std::shared_ptr<YMSCBPeripheral> parent() const { return parent_.lock(); }
+  void setParent(std::weak_ptr<YMSCBPeripheral> parent) { parent_ = std::move(parent); }
   const yms_u128_t& base() const { return base_; }
   void setBase(const yms_u128_t& base) { base_ = base; }
   const platform::UUID& uuid() const { return uuid_; }
+  void setUuid(const platform::UUID& uuid) { uuid_ = uuid; }
   /// For subclasses: the feature behind the service is switched on.
   bool isOn() const { return isOn_; }
   void setIsOn(bool isOn) { isOn_ = isOn; }
@@ -67,6 +71,16 @@ class YMSCBService : public std::enable_shared_from_this<YMSCBService> {
   bool isSupported() const { return isSupported_; }
   void setIsSupported(bool isSupported) { isSupported_ = isSupported; }
   const CharacteristicDict& characteristicDict() const { return characteristicDict_; }
+  void setCharacteristicDict(CharacteristicDict characteristics) {
+    characteristicDict_ = std::move(characteristics);
+  }
+  /// The pending callback, an empty one where nobody waits; setting replaces it uncalled.
+  const DiscoverCharacteristicsCallback& discoverCharacteristicsCallback() const {
+    return discoverCharacteristicsCallback_;
+  }
+  void setDiscoverCharacteristicsCallback(DiscoverCharacteristicsCallback callback) {
+    discoverCharacteristicsCallback_ = std::move(callback);
+  }
   /// None for a name that the table does not have.
   std::shared_ptr<YMSCBCharacteristic> operator[](std::string_view key) const;
 

@@ -31,7 +31,7 @@ TEST_F(YMSCBCharacteristicTest, AnswersGoToTheOldestRequest) {
 
   control->writeValue({0xAB}, nullptr);
   EXPECT_EQ(device->journal.back(), "command 2a39 ab") << "without a callback none is asked for";
-  EXPECT_EQ(control->writeCallbacksCount(), 0U);
+  EXPECT_EQ(control->writeCallbacks().count(), 0U);
 }
 
 TEST_F(YMSCBCharacteristicTest, WithoutPlatformObjectsNothingIsSentAndNothingIsEverCalled) {
@@ -42,8 +42,8 @@ TEST_F(YMSCBCharacteristicTest, WithoutPlatformObjectsNothingIsSentAndNothingIsE
     subject->writeValue({1}, noting(journal, "write"));
     subject->writeByte(1, nullptr);
     subject->readValueWithBlock(notingRead(journal, "read"));
-    EXPECT_FALSE(subject->hasNotificationStateCallback());
-    EXPECT_EQ(subject->writeCallbacksCount() + subject->readCallbacksCount(), 0U);
+    EXPECT_FALSE(subject->notificationStateCallback());
+    EXPECT_EQ(subject->writeCallbacks().count() + subject->readCallbacks().count(), 0U);
     EXPECT_TRUE(device->journal.empty());
   };
   const Journal kLines = {kNull, kNull, kNull, "cbCharacteristic is null!"};
@@ -85,7 +85,14 @@ TEST_F(YMSCBCharacteristicTest, OneNotificationRequestIsPendingAtATime) {
   });
   measurement->executeNotificationStateCallback(kNoError);
   EXPECT_EQ(device->journal.back(), "quiet 2a37");
-  EXPECT_FALSE(measurement->hasNotificationStateCallback());
+  EXPECT_FALSE(measurement->notificationStateCallback());
+
+  // A second answer from inside it finds the callback pending and taken.
+  measurement->setNotifyValue(
+      true, [&](const ErrorOrNone&) { measurement->executeNotificationStateCallback(kNoError); });
+  EXPECT_DEATH(measurement->executeNotificationStateCallback(kNoError),
+               "ERROR: notificationStateCallback is nil; please check for multi-threaded access "
+               "of executeNotificationStateCallback\n");
 }
 
 TEST_F(YMSCBCharacteristicTest, OnlyReadsWhileNotifyingAreKeptToTheLatestSixteen) {
@@ -97,7 +104,7 @@ TEST_F(YMSCBCharacteristicTest, OnlyReadsWhileNotifyingAreKeptToTheLatestSixteen
     for (int i = 1; i <= 17; ++i) {
       measurement->readValueWithBlock(notingRead(journal, std::to_string(i)));
     }
-    EXPECT_EQ(measurement->readCallbacksCount(), notifies ? 16U : 17U);
+    EXPECT_EQ(measurement->readCallbacks().count(), notifies ? 16U : 17U);
     deviceMeasurement->notifies = false;
     for (int i = 1; i <= 17; ++i) {
       measurement->executeReadCallback(Bytes{9}, kNoError);

@@ -64,7 +64,7 @@ TEST_F(YMSCBServiceTest, ASecondCharacteristicOfANameReplacesTheFirst) {
   service->addCharacteristicWithAddress("measurement", 0x2A38);
   const auto replacement = (*service)["measurement"];
   EXPECT_EQ(replacement->uuid(), uuid("2a38"));
-  EXPECT_EQ(replacement->readCallbacksCount(), 0U);
+  EXPECT_EQ(replacement->readCallbacks().count(), 0U);
 
   // A subset keeps the order of its names and skips those that are unknown.
   EXPECT_EQ(service->characteristicsSubset({"measurement", "nothing", "control"}),
