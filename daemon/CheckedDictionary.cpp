@@ -53,8 +53,8 @@ const platform::Value* CheckedDictionary::scalar(std::string_view key) const {
 
 void CheckedDictionary::warn(std::string_view key, const platform::Value& value,
                              std::string_view expected) const {
-  logger_->warning(fmt::format("Ignoring {} entry \"{}\": it is of kind {}, not {}", source_, key,
-                               platform::kindName(value), expected));
+  logger_->byFile().warning(fmt::format("Ignoring {} entry \"{}\": it is of kind {}, not {}",
+                                        source_, key, platform::kindName(value), expected));
 }
 
 }  // namespace wrixel2::daemon

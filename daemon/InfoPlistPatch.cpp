@@ -38,8 +38,8 @@ void patchInfoPlist(const platform::Platform& platform, const platform::Logger& 
   auto plist = platform.propertyLists.dictionaryWithContentsOfFile(path);
   if (!plist) {
     // Writing now would replace what is there by the two keys alone.
-    logger.error(fmt::format("Info.plist could not be loaded, left as it is: {}",
-                             description(plist.error())));
+    logger.byFile().error(fmt::format("Info.plist could not be loaded, left as it is: {}",
+                                      description(plist.error())));
     return;
   }
   if (plist->contains(kUpdateKey) && plist->contains(kShareKey)) {

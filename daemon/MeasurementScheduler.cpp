@@ -18,8 +18,8 @@ namespace {
 
 using std::chrono::seconds;
 
-// The two heart-rate identifiers differ in their first word on purpose: logs of alarms and wake-ups
-// tell the chains apart by them.
+// The two heart-rate identifiers differ in one letter, deliberately: it is what tells their timers
+// apart among the pending ones. No log has them.
 constexpr std::string_view kPeriodicIdentifier = "com.corvalt.wrixel2";
 constexpr std::string_view kContinuousIdentifier = "com.corvale.wrixel2";
 constexpr std::string_view kStepIdentifier = "com.corvale.wrixel2/step";

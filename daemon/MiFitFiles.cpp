@@ -114,7 +114,8 @@ std::optional<std::string> MiFitFiles::bindAuthKey(const std::string& userId) co
 }
 
 void MiFitFiles::logLoadFailure(const std::string& path, const platform::Error& error) const {
-  logger_.error(fmt::format("Property list {} could not be loaded: {}", path, description(error)));
+  logger_.byFile().error(
+      fmt::format("Property list {} could not be loaded: {}", path, description(error)));
 }
 
 }  // namespace wrixel2::daemon

@@ -9,7 +9,7 @@
 namespace wrixel2::daemon {
 
 ShellCompanion::ShellCompanion(platform::MessageCenters& centers, const platform::Logger& logger)
-    : logger_(logger), center_(centers.centerNamed("org.corvale.wrixel2Ipc")) {}
+    : logger_(logger.byFile()), center_(centers.centerNamed("org.corvale.wrixel2Ipc")) {}
 
 platform::Result<std::unique_ptr<platform::PendingAnswer>> ShellCompanion::askForPrefsDict(
     platform::MessageCenter::AnswerHandler handler) {

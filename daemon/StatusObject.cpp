@@ -66,7 +66,7 @@ StatusObject::StatusObject(const platform::Platform& platform, const platform::L
   if (object) {
     object_ = std::move(*object);
   } else {
-    logger.warning(fmt::format("No status on the bus: {}", description(object.error())));
+    logger.byFile().warning(fmt::format("No status on the bus: {}", description(object.error())));
   }
 }
 

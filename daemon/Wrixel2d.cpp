@@ -200,7 +200,7 @@ void Wrixel2d::handleBulletinRequest(const platform::Dictionary& userInfo) {
   const CheckedDictionary entries(userInfo, "bulletinRequest", logger_);
   auto sectionID = entries.text("sectionID");
   if (!sectionID) {
-    logger_.warning("Dropping a bulletinRequest without sectionID");
+    logger_.byFile().warning("Dropping a bulletinRequest without sectionID");
     return;
   }
   const Bulletin bulletin{.sectionID = std::move(*sectionID),
@@ -221,7 +221,8 @@ void Wrixel2d::handleBulletinRequest(const platform::Dictionary& userInfo) {
     }
     logger_.info(fmt::format("#Forwaring: {}", bulletin.sectionID));
   } else {
-    logger_.info(fmt::format("Not forwarding {}: {}", bulletin.sectionID, reasonOf(decision.rule)));
+    logger_.byFile().info(
+        fmt::format("Not forwarding {}: {}", bulletin.sectionID, reasonOf(decision.rule)));
   }
   if (decision.alert) {
     notifyBand(*decision.alert);
@@ -243,7 +244,7 @@ void Wrixel2d::handleDndChange(const platform::Dictionary& userInfo) {
 void Wrixel2d::handleVibrationTesting(const platform::Dictionary& userInfo) {
   const auto app = CheckedDictionary(userInfo, "appChanged", logger_).text("appInfo");
   if (!app) {
-    logger_.warning("Ignoring an appChanged without appInfo");
+    logger_.byFile().warning("Ignoring an appChanged without appInfo");
     return;
   }
   notifyBand(alertOfApp(state_.settings, *app, "Sender:SomeText", logger_));
@@ -414,7 +415,7 @@ void Wrixel2d::syncClock() {
     return;
   }
   if (state_.settings.stopwatchSwitch) {
-    logger_.info("The band's clock is left alone: the stopwatch runs on it");
+    logger_.byFile().info("The band's clock is left alone: the stopwatch runs on it");
     return;
   }
   state_.band->syncClock();

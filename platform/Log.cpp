@@ -26,15 +26,26 @@ std::string Log::privateText(std::string_view text) const {
 }
 
 void Logger::error(std::string_view message, std::source_location where) const {
-  log_->write(LogLevel::error, module_, where.line(), message);
+  write(LogLevel::error, message, where);
 }
 
 void Logger::warning(std::string_view message, std::source_location where) const {
-  log_->write(LogLevel::warning, module_, where.line(), message);
+  write(LogLevel::warning, message, where);
 }
 
 void Logger::info(std::string_view message, std::source_location where) const {
-  log_->write(LogLevel::info, module_, where.line(), message);
+  write(LogLevel::info, message, where);
+}
+
+void Logger::write(LogLevel level, std::string_view message,
+                   const std::source_location& where) const {
+  std::string_view module = module_;
+  if (module.empty()) {
+    module = where.file_name();
+    module.remove_prefix(module.rfind('/') + 1);
+    module = module.substr(0, module.find('.'));
+  }
+  log_->write(level, module, where.line(), message);
 }
 
 }  // namespace wrixel2::platform

@@ -34,6 +34,9 @@ class Log {
 };
 
 /// One source module's way to the log; the line number is the caller's.
+///
+/// A module may span files: the daemon's core is "main" in the lines that other programs and people
+/// search for. A line beside those names its own file.
 class Logger {
  public:
   Logger(Log& log, std::string_view module) : log_(&log), module_(module) {}
@@ -46,10 +49,14 @@ class Logger {
             std::source_location where = std::source_location::current()) const;
 
   Log& log() const { return *log_; }
+  /// The same log for lines whose module is the caller's file, without folder and ending.
+  Logger byFile() const { return Logger(*log_, {}); }
 
  private:
+  void write(LogLevel level, std::string_view message, const std::source_location& where) const;
+
   Log* log_;
-  std::string_view module_;  ///< a literal
+  std::string_view module_;  ///< a literal; empty: the caller's file
 };
 
 }  // namespace wrixel2::platform

@@ -146,11 +146,18 @@ class DaemonHarness : public testing::Test {
     }
     return alerts;
   }
+  /// The daemon's own lines; those of the core as they are, others as "File: message".
   std::vector<std::string> lines(platform::LogLevel level) const {
     std::vector<std::string> messages;
     for (const auto& line : system.log.lines()) {
-      if (line.module == "main" && line.level == level) {
+      if (line.level != level) {
+        continue;
+      }
+      if (line.module == "main") {
         messages.push_back(line.message);
+      } else if (line.module == "Wrixel2d" || line.module == "ShellCompanion" ||
+                 line.module == "CheckedDictionary" || line.module == "StatusObject") {
+        messages.push_back(line.module + ": " + line.message);
       }
     }
     return messages;

@@ -33,7 +33,7 @@ TEST(InfoPlistPatchTest, BacksTheFileUpOnceAndAddsBothDescriptions) {
   const char* const kBackedUp = "INFO Info.plist successfully backed up";
   const char* const kNotBackedUp = "INFO Info.plist doesn't exist or already backed up";
   const char* const kNoBackup = "ERROR Failed to backup the Info.plist, ";
-  const char* const kNotLoaded = "ERROR Info.plist could not be loaded";
+  const char* const kNotLoaded = "InfoPlistPatch ERROR Info.plist could not be loaded";
   const char* const kNotWritten = "ERROR Info.plist file not written: ";
   const char* const kAdded = "INFO Health keys added to: ";
   const auto kFresh = plist("", "");
@@ -84,7 +84,8 @@ TEST(InfoPlistPatchTest, BacksTheFileUpOnceAndAddsBothDescriptions) {
     ASSERT_EQ(system.log.lines().size(), c.lines.size());
     for (std::size_t i = 0; i < c.lines.size(); ++i) {
       const auto& line = system.log.lines()[i];
-      const auto text = std::string(levelWord(line.level)) + " " + line.message;
+      const auto text = (line.module == "main" ? "" : line.module + " ") +
+                        std::string(levelWord(line.level)) + " " + line.message;
       EXPECT_TRUE(text.starts_with(c.lines[i])) << text;
     }
     EXPECT_EQ(system.propertyLists.dictionary(kPath), c.plistAfter);

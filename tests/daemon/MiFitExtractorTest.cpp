@@ -62,13 +62,14 @@ class MiFitExtractorTest : public testing::Test {
     system->propertyLists.setDictionary(kUserFile, contents);
     addKey(kUser);
   }
-  /// "WARN text" for each line, in order. What follows "could not be loaded: " or "companion: " is
-  /// an error in the platform's words, and is left out.
+  /// "WARN text" for each line, in order, behind the file's name where it is not the module's. What
+  /// follows "could not be loaded: " or "companion: " is an error in the platform's words, and is
+  /// left out.
   Lines lines() const {
     Lines result;
     for (const auto& line : system->log.lines()) {
-      EXPECT_EQ(line.module, "MiFitExtractor");
-      result.push_back(std::string(levelWord(line.level)) + " " + line.message);
+      result.push_back((line.module == "MiFitExtractor" ? "" : line.module + " ") +
+                       std::string(levelWord(line.level)) + " " + line.message);
       for (const std::string ending : {" could not be loaded: ", " shell companion: "}) {
         if (const auto at = result.back().find(ending); at != std::string::npos) {
           result.back().resize(at + ending.size() - 2);
@@ -98,10 +99,10 @@ TEST_F(MiFitExtractorTest, FindsTheKeyOrFallsBack) {
       {"user file without the user", [this] { addUserFile({{"other", 1}}); }, true,
        Lines{fetched(kUser)}},
       {"user that is no text", [this] { addUserFile({{"userid", true}}); }, true,
-       Lines{"WARN Ignoring " + kUserFile + kNoText, fetched(kUser)}},
+       Lines{"CheckedDictionary WARN Ignoring " + kUserFile + kNoText, fetched(kUser)}},
       {"damaged user file",
        [this] { system->fileManager.addFile(kUserFile, "<plist"), addKey(kUser); }, true,
-       Lines{"ERROR Property list " + kUserFile + kNotLoaded, fetched(kUser)}},
+       Lines{"MiFitFiles ERROR Property list " + kUserFile + kNotLoaded, fetched(kUser)}},
       {"the first folder that is a user's",
        [this] {
          addKey("12345", "too short a number");
@@ -124,9 +125,11 @@ TEST_F(MiFitExtractorTest, FindsTheKeyOrFallsBack) {
        [this] { appInfo = {{"MiFitBasePath", ""}}, addFolder("/Library/Preferences/123456"); },
        false, Lines{kNoPath, kNoUser, kNoKey}},
       {"no companion", [this] { companion.reset(); }, false,
-       Lines{"WARN No app info from the shell companion", kNoPath, kNoUser, kNoKey}},
+       Lines{"ShellCompanion WARN No app info from the shell companion", kNoPath, kNoUser, kNoKey}},
       {"damaged key file", [this] { system->fileManager.addFile(keyFileOf(kUser), "<plist"); },
-       false, Lines{kNoUserFile, "ERROR Property list " + keyFileOf(kUser) + kNotLoaded, kNoKey}},
+       false,
+       Lines{kNoUserFile, "MiFitFiles ERROR Property list " + keyFileOf(kUser) + kNotLoaded,
+             kNoKey}},
       {"no key", [this] { system->propertyLists.setDictionary(keyFileOf(kUser), {}); }, false,
        Lines{kNoUserFile, fetched(kUser, "(null)"), kNoKey}},
       {"empty key", [this] { addKey(kUser, ""); }, false,

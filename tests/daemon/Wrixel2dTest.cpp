@@ -453,7 +453,7 @@ TEST_F(Wrixel2dTest, WhatIsNotForwardedHasOneLineWithItsReason) {
     forget();
     bulletin({{"sectionID", c.app}});
     EXPECT_EQ(lines(LogLevel::info),
-              (Lines{std::string("Not forwarding ") + c.app + ": " + c.reason}));
+              (Lines{std::string("Wrixel2d: Not forwarding ") + c.app + ": " + c.reason}));
     EXPECT_FALSE(newBandAlert());
   }
 }
@@ -469,7 +469,8 @@ TEST_F(Wrixel2dTest, EntriesOfTheWrongKindReadAsAbsent) {
     forget();
     bulletin(unusable);
     EXPECT_TRUE(lines(LogLevel::info).empty());
-    EXPECT_TRUE(system.log.contains(LogLevel::warning, "without sectionID"));
+    EXPECT_EQ(lines(LogLevel::warning).back(),
+              "Wrixel2d: Dropping a bulletinRequest without sectionID");
   }
   send("appChanged");
   send("appChanged", {{"appInfo", 1.5}});
@@ -610,7 +611,8 @@ TEST_F(Wrixel2dTest, GoesOnWithoutAStatusOnTheBus) {
   const auto other = system.objectExporter.exportObject("", "/org/corvale/wrixel2dIpc", {});
   ASSERT_TRUE(other);
   start();
-  EXPECT_EQ(lines(LogLevel::warning).size(), 1U);
+  ASSERT_EQ(lines(LogLevel::warning).size(), 1U);
+  EXPECT_TRUE(lines(LogLevel::warning)[0].starts_with("StatusObject: No status on the bus: "));
   send("letUsStart");
   run();
   EXPECT_EQ(system.serviceManager.statuses().back(), "idle");

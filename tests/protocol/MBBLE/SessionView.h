@@ -18,7 +18,7 @@ struct SessionView {
   bool isConnectedMode = false;
   bool isScanning = false;
   std::string macToLock;
-  std::optional<std::int64_t> watchdog;  ///< milliseconds until it fires
+  std::optional<std::int64_t> watchdog;  ///< microseconds until it fires
   std::string band;                      ///< the MAC address of the one that is known; or empty
   bool isConnected = false;
   bool isInitialized = false;
