@@ -1,5 +1,6 @@
 #include "band/BandClock.h"
 
+#include <array>
 #include <chrono>
 
 #include "band/BandProfile.h"
@@ -14,8 +15,20 @@ constexpr int kSecondsPerQuarter = 15 * 60;
 
 std::uint8_t byte(int value) { return static_cast<std::uint8_t>(value); }
 
-platform::DateComponents componentsShown(platform::Date shown) {
-  return platform::componentsFromDate(shown, platform::FixedTimeZone(0));
+/// 1 is Sunday. By Sakamoto's rule, from the date as it stands.
+int weekdayOf(int year, int month, int day) {
+  constexpr std::array kDaysBeforeMonth{0, 3, 2, 5, 0, 3, 5, 1, 4, 6, 2, 4};
+  year -= month < 3 ? 1 : 0;
+  return (year + year / 4 - year / 100 + year / 400 +
+          kDaysBeforeMonth.at(static_cast<std::size_t>(month) - 1) + day) %
+             7 +
+         1;
+}
+
+/// The zones there are, in quarter hours (GATT Specification Supplement, Time Zone).
+bool isZone(std::int8_t quarterHours) {
+  constexpr int kUnknown = -128;
+  return (quarterHours >= -48 && quarterHours <= 56) || quarterHours == kUnknown;
 }
 
 }  // namespace
@@ -27,48 +40,53 @@ BandClock::BandClock(const platform::Clock& clock, const platform::TimeZone& zon
   quarterHours_ = byte(offset / kSecondsPerQuarter);
 }
 
-platform::Date BandClock::shownNow() const { return shown_ + (clock_.monotonicNow() - setAt_); }
+platform::Bytes BandClock::shownAt(platform::TimeInterval ago) const {
+  const auto shown = shown_ + (clock_.monotonicNow() - setAt_) - ago;
+  const auto midnight = std::chrono::floor<std::chrono::days>(shown);
+  const std::chrono::year_month_day date(midnight);
+  const std::chrono::hh_mm_ss time(std::chrono::floor<std::chrono::seconds>(shown - midnight));
+  const int year = static_cast<int>(date.year());
+  return {byte(year),
+          byte(year >> 8),
+          byte(static_cast<int>(static_cast<unsigned>(date.month()))),
+          byte(static_cast<int>(static_cast<unsigned>(date.day()))),
+          byte(static_cast<int>(time.hours().count())),
+          byte(static_cast<int>(time.minutes().count())),
+          byte(static_cast<int>(time.seconds().count()))};
+}
 
 platform::Bytes BandClock::bytes() const {
-  const auto now = componentsShown(shownNow());
-  return {byte(now.year),
-          byte(now.year >> 8),
-          byte(now.month),
-          byte(now.day),
-          byte(now.hour),
-          byte(now.minute),
-          byte(now.second),
-          byte(now.weekday),
-          0,
-          0,
-          quarterHours_};
+  auto value = shownAt({});
+  const int weekday = weekdayOf(value[0] | value[1] << 8, value[2], value[3]);
+  value.insert(value.end(), {byte(weekday), 0, 0, quarterHours_});
+  return value;
 }
 
 platform::Bytes BandClock::shortDate(platform::TimeInterval ago) const {
-  const auto date = componentsShown(shownNow() - ago);
-  return {byte(date.year), byte(date.year >> 8), byte(date.month),  byte(date.day),
-          byte(date.hour), byte(date.minute),    byte(date.second), quarterHours_};
+  auto value = shownAt(ago);
+  value.push_back(quarterHours_);
+  return value;
 }
 
 platform::ErrorOrNone BandClock::set(platform::ByteView bytes) {
   if (bytes.size() != kTimeLength) {
     return platform::Error{att_error::invalidAttributeValueLength, "A time has 11 bytes"};
   }
-  platform::DateComponents components;
-  components.year = bytes[0] | bytes[1] << 8;
-  components.month = bytes[2];
-  components.day = bytes[3];
-  components.hour = bytes[4];
-  components.minute = bytes[5];
-  components.second = bytes[6];
-  const std::chrono::year_month_day day(std::chrono::year(components.year),
-                                        std::chrono::month(bytes[2]), std::chrono::day(bytes[3]));
+  const int year = bytes[0] | bytes[1] << 8;
+  const auto date = std::chrono::year(year) / bytes[2] / bytes[3];
   // Year 0 is what an unset host clock would send; the calendar itself has one.
-  if (components.year == 0 || components.year > int{std::chrono::year::max()} || !day.ok() ||
-      components.hour > 23 || components.minute > 59 || components.second > 59) {
+  if (year == 0 || year > int{std::chrono::year::max()} || !date.ok() || bytes[4] > 23 ||
+      bytes[5] > 59 || bytes[6] > 59) {
     return platform::Error{att_error::valueNotAllowed, "There is no such time"};
   }
-  shown_ = platform::dateFromComponents(components, platform::FixedTimeZone(0));
+  if (bytes[7] != weekdayOf(year, bytes[2], bytes[3])) {
+    return platform::Error{att_error::valueNotAllowed, "That date is another weekday"};
+  }
+  if (!isZone(static_cast<std::int8_t>(bytes[10]))) {
+    return platform::Error{att_error::valueNotAllowed, "There is no such time zone"};
+  }
+  shown_ = std::chrono::sys_days(date) + std::chrono::hours(bytes[4]) +
+           std::chrono::minutes(bytes[5]) + std::chrono::seconds(bytes[6]);
   setAt_ = clock_.monotonicNow();
   quarterHours_ = bytes[10];
   return std::nullopt;

@@ -13,6 +13,8 @@ namespace wrixel2::band {
 ///
 /// Its 11 bytes: year (16 bits, little-endian), month, day, hour, minute, second, weekday (1 is
 /// Sunday), two bytes of zero, and the time zone in quarter hours, which it keeps as it was given.
+///
+/// It has a calendar of its own, so that it contradicts a host that reckons wrongly.
 class BandClock {
  public:
   /// Set to the local time of now. The clock is borrowed.
@@ -23,12 +25,13 @@ class BandClock {
   /// earlier one by so much.
   platform::Bytes shortDate(platform::TimeInterval ago) const;
 
-  /// Sets it. An error of the attribute protocol for another length or a date that does not exist;
-  /// the weekday is worked out, not believed.
+  /// Sets it. An error of the attribute protocol for another length, a date that does not exist or
+  /// is another weekday, and a time zone that is neither -12 to 14 hours nor unknown (-128).
   platform::ErrorOrNone set(platform::ByteView bytes);
 
  private:
-  platform::Date shownNow() const;
+  /// Year (2 bytes), month, day, hour, minute and second of so long ago.
+  platform::Bytes shownAt(platform::TimeInterval ago) const;
 
   const platform::Clock& clock_;
   platform::MonotonicTime setAt_;

@@ -158,7 +158,7 @@ class Phone {
         system_.messageCenters.setHanging("org.corvale.wrixel2Ipc", input.flag());
         break;
       case 1:
-        system_.timeZone.setSecondsFromGMT((static_cast<int>(input.below(53)) - 26) * 1800);
+        system_.timeZone.setSecondsFromGMT((static_cast<int>(input.below(53)) - 24) * 1800);
         break;
       case 2:
         system_.clock.setWallClock(

@@ -47,8 +47,8 @@ TEST_F(BandClockTest, RunsFromWhatItWasSetTo) {
        {0xE8, 7, 12, 31, 23, 59, 59, 3, 0, 0, 0},
        2s,
        {0xE9, 7, 1, 1, 0, 0, 1, 4, 0, 0, 0}},
-      {"into a leap day, the weekday put right",
-       {0xE8, 7, 2, 28, 23, 0, 0, 0, 9, 9, 0},
+      {"into a leap day",
+       {0xE8, 7, 2, 28, 23, 0, 0, 4, 9, 9, 0},
        1h,
        {0xE8, 7, 2, 29, 0, 0, 0, 5, 0, 0, 0}},
   };
@@ -61,6 +61,27 @@ TEST_F(BandClockTest, RunsFromWhatItWasSetTo) {
     zone_.setSecondsFromGMT(7200);
     platformClock_.advance(test.later);
     EXPECT_EQ(clock.bytes(), test.shown);
+  }
+}
+
+TEST_F(BandClockTest, KnowsTheWeekdayOfEveryDateAndTheZonesThereAre) {
+  const struct {
+    const char* name;
+    Bytes time;
+  } cases[] = {
+      {"29 February 1600, a Tuesday", {0x40, 6, 2, 29, 1, 2, 3, 3, 0, 0, 0}},
+      {"1 March 1900, a Thursday", {0x6C, 7, 3, 1, 0, 0, 0, 5, 0, 0, 0}},
+      {"31 December 1969, a Wednesday", {0xB1, 7, 12, 31, 23, 59, 59, 4, 0, 0, 0x80}},
+      {"29 February 2000, a Tuesday", {0xD0, 7, 2, 29, 0, 0, 0, 3, 0, 0, 0xD0}},
+      {"1 January 2027, a Friday", {0xEB, 7, 1, 1, 0, 0, 0, 6, 0, 0, 56}},
+      {"28 February 2100, a Sunday", {0x34, 8, 2, 28, 0, 0, 0, 1, 0, 0, 23}},
+      {"1 March 2100, a Monday", {0x34, 8, 3, 1, 0, 0, 0, 2, 0, 0, 0xDA}},
+      {"24 October 2026, a Saturday", {0xEA, 7, 10, 24, 0, 0, 0, 7, 0, 0, 0}},
+  };
+  BandClock clock(platformClock_, zone_);
+  for (const auto& test : cases) {
+    EXPECT_EQ(clock.set(test.time), std::nullopt) << test.name;
+    EXPECT_EQ(clock.bytes(), test.time) << test.name;
   }
 }
 
@@ -82,6 +103,10 @@ TEST_F(BandClockTest, RefusesWhatIsNoTimeAndRunsOn) {
       {"24 o'clock", {0xEA, 7, 3, 2, 24, 0, 0, 2, 0, 0, 0}, notAllowed},
       {"minute 60", {0xEA, 7, 3, 2, 0, 60, 0, 2, 0, 0, 0}, notAllowed},
       {"second 60", {0xEA, 7, 3, 2, 0, 0, 60, 2, 0, 0, 0}, notAllowed},
+      {"a Monday that is called a Sunday", {0xEA, 7, 3, 2, 0, 0, 0, 1, 0, 0, 0}, notAllowed},
+      {"no weekday", {0xEA, 7, 3, 2, 0, 0, 0, 0, 0, 0, 0}, notAllowed},
+      {"further west than any zone", {0xEA, 7, 3, 2, 0, 0, 0, 2, 0, 0, 0xCF}, notAllowed},
+      {"further east than any zone", {0xEA, 7, 3, 2, 0, 0, 0, 2, 0, 0, 57}, notAllowed},
   };
   BandClock clock(platformClock_, zone_);
   const Bytes before = clock.bytes();

@@ -10,8 +10,8 @@
 #include "band/BandProfile.h"
 #include "band/BandRecorder.h"
 #include "band/VirtualBand.h"
-#include "platform/AES.h"
 #include "platform/simulated/SimulatedPlatform.h"
+#include "tests/band/RecordedExchanges.h"
 
 namespace wrixel2::band {
 namespace {
@@ -51,15 +51,6 @@ class FakeRadio final : public BandRadio {
   }
 };
 
-/// What a host that knows the key sends upon the random number.
-Bytes answerTo(const Bytes& notified, std::string_view pairingKey, platform::Log& log) {
-  const auto encrypted = platform::AES128EncryptedDataWithKey(ByteView(notified).subspan(3),
-                                                              platform::md5(pairingKey), log);
-  Bytes answer{0x03, 0x00};
-  answer.insert(answer.end(), encrypted->begin(), encrypted->end());
-  return answer;
-}
-
 const Bytes kAccepted{0x10, 0x03, 0x01};
 const Bytes kRefused{0x10, 0x03, 0x04};
 
@@ -88,9 +79,15 @@ class VirtualBandTest : public ::testing::Test {
     EXPECT_EQ(subscribe(kAuthService, kAuthInfo), 0);
   }
 
+  /// What a host sends that knows the exchange's key. The band is asked for the number first.
+  Bytes answerOf(const RecordedExchange& exchange) {
+    sendNumberOf(exchange, band_);
+    EXPECT_EQ(askForNumber(), bytesOf("100201" + std::string(exchange.number)));
+    return bytesOf("0300" + std::string(exchange.answer));
+  }
   /// One exchange; the verdict.
-  Bytes authenticate(std::string_view key = kDefaultPairingKey) {
-    EXPECT_EQ(writeAuth(answerTo(askForNumber(), key, platform_.log)), 0);
+  Bytes authenticate(const RecordedExchange& exchange = recordedExchanges().front()) {
+    EXPECT_EQ(writeAuth(answerOf(exchange)), 0);
     return radio_.take(kAuthInfo).at(0);
   }
 
@@ -110,42 +107,39 @@ TEST_F(VirtualBandTest, AuthenticatesAHostThatKnowsTheKey) {
   const auto first = askForNumber();
   EXPECT_EQ(first.size(), 19U);
   EXPECT_NE(askForNumber(), first) << "taken from the system anew";
-  band_.setRandomSource([] {
-    return VirtualBand::RandomNumber{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
-  });
-  EXPECT_EQ(askForNumber(),
-            (Bytes{0x10, 0x02, 0x01, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}));
-  EXPECT_EQ(band_.link(), BandLink::connected);
-  EXPECT_EQ(authenticate(), kAccepted);
-  EXPECT_EQ(band_.link(), BandLink::authenticated);
-
-  band_.linkDown();
-  link();
-  EXPECT_EQ(band_.link(), BandLink::connected);  // every link anew
+  for (const auto& exchange : recordedExchanges()) {
+    SCOPED_TRACE(exchange.key);
+    band_.setPairingKey(exchange.key);
+    band_.linkDown();
+    link();
+    EXPECT_EQ(band_.link(), BandLink::connected);  // every link anew
+    EXPECT_EQ(authenticate(exchange), kAccepted);
+    EXPECT_EQ(band_.link(), BandLink::authenticated);
+  }
 }
 
 TEST_F(VirtualBandTest, RefusesAWrongKeyAnOldNumberAndWhomItWasToldToRefuse) {
   link();
-  EXPECT_EQ(authenticate("another key"), kRefused);
+  EXPECT_EQ(authenticate(recordedExchanges()[3]), kRefused) << "another key";
   EXPECT_EQ(writeAuth(Bytes(18, 0x03)), att_error::valueNotAllowed);
 
-  const auto answer = answerTo(askForNumber(), kDefaultPairingKey, platform_.log);
+  const auto answer = answerOf(recordedExchanges()[1]);
   band_.refuseAuthentication(2);
   for (int time = 0; time < 2; ++time) {
     EXPECT_EQ(authenticate(), kRefused);
     EXPECT_EQ(band_.link(), BandLink::connected);
   }
+  askForNumber();
   writeAuth(answer);  // of a number that is no longer asked for
   EXPECT_EQ(radio_.take(kAuthInfo), std::vector<Bytes>{kRefused});
 
-  const auto right = answerTo(askForNumber(), kDefaultPairingKey, platform_.log);
+  const auto right = answerOf(recordedExchanges().front());
   writeAuth(right);
   writeAuth(right);  // good for one time only
   EXPECT_EQ(radio_.take(kAuthInfo), (std::vector<Bytes>{kAccepted, kRefused}));
 
   band_.setPairingKey("a new key");
   EXPECT_EQ(authenticate(), kRefused);
-  EXPECT_EQ(authenticate("a new key"), kAccepted);
 }
 
 TEST_F(VirtualBandTest, DoesNothingElseBeforeAuthentication) {

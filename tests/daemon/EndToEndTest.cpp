@@ -111,13 +111,15 @@ TEST_F(EndToEndTest, TheBandFollowsThePhoneToAnotherZoneUnlessItIsAStopwatch) {
     system.timeZone.setSecondsFromGMT(secondsFromGMT);
     system.runLoop.localTimeChanged();
     system.runLoop.runFor(1s);
-    return int{band->currentTime()[4]};
+    const auto bytes = band->currentTime();  // ..., hour, ..., zone in quarter hours
+    return std::pair(int{bytes[4]}, static_cast<std::int8_t>(bytes[10]) + 0);
   };
-  EXPECT_EQ(travel(3 * 3600), 15);
+  EXPECT_EQ(travel(-(3 * 3600 + 1800)), std::pair(8, -14));
+  EXPECT_EQ(travel(5 * 3600 + 2700), std::pair(17, 23));
   EXPECT_EQ(userAlerts(), UserAlerts{}) << "it is no stopwatch that ends";
   change("stopwatchSwitch", true, "/stopwatchChanged");
   system.runLoop.runFor(1s);
-  EXPECT_EQ(travel(-3 * 3600), 0);
+  EXPECT_EQ(travel(-3 * 3600), std::pair(0, 23));
 }
 
 TEST_F(EndToEndTest, TheStatusSaysWhatIsMissingAndWhichBandItIsLockedTo) {

@@ -2,10 +2,10 @@
 
 #include <fmt/format.h>
 
-#include "platform/AES.h"
 #include "protocol/BleObjects/YMSCBCharacteristic.h"
 #include "protocol/MBBLE/Services/MBAuthService.h"
 #include "protocol/MBBLE/Services/MBServiceKeys.h"
+#include "tests/band/RecordedExchanges.h"
 #include "tests/protocol/MBBLE/SessionFixture.h"
 
 namespace wrixel2::mbble {
@@ -40,14 +40,18 @@ const Bytes kRefused{0x10, 0x03, 0x04};
 
 TEST_F(AuthServiceTest, ProvesTheKeyOfTheProviderAsItIsNow) {
   connectBand();
-  service().resetAuthorization();
-  keys.key = "another key";
-  Bytes response = challenge(0x07);
-  response[3] = 0xAA;
-  const auto expected = platform::AES128EncryptedDataWithKey(
-      platform::ByteView(response).subspan(3), platform::md5("another key"), phone.log);
-  notify(response);
-  EXPECT_EQ(writesTo("00000009"), Lines{"0300" + platform::hexText(*expected)});
+  for (const auto& exchange : band::recordedExchanges()) {
+    SCOPED_TRACE(exchange.key);
+    keys.key = exchange.key;
+    band->setPairingKey(exchange.key);
+    band::sendNumberOf(exchange, *band);
+    forgetRecords();
+    service().resetAuthorization();
+    service().authorizeConnection([](const platform::ErrorOrNone& error) { EXPECT_FALSE(error); });
+    settle();
+    EXPECT_EQ(writesTo("00000009"), (Lines{"0200", "0300" + std::string(exchange.answer)}));
+    EXPECT_TRUE(service().isAuthorized());
+  }
 }
 
 TEST_F(AuthServiceTest, SixRefusalsMakeFiveRetriesFiveSecondsApart) {

@@ -296,16 +296,17 @@ class StopwatchTest : public RequestsTest {
 TEST_F(StopwatchTest, EightyThreeSecondsInEveryZoneAndAcrossMidnight) {
   const struct {
     int zone;          ///< seconds east of GMT
+    int quarterHours;  ///< the same, as the band has it
     int hour, minute;  ///< local, when it is started
     Seconds elapsed;
     std::string_view shown;
-  } cases[] = {{0, 12, 0, Seconds(83), "00:01:23"},
-               {19800, 12, 0, Seconds(83), "00:01:23"},
-               {-10800, 3, 30, Seconds(83), "00:01:23"},
-               {50400, 23, 0, Seconds(83), "00:01:23"},
-               {3600, 23, 59, Seconds(83), "00:01:23"},
-               {3600, 23, 59, Seconds(60), "00:01:00"},
-               {-18000, 20, 0, Seconds(23 * 3600 + 59 * 60 + 58), "23:59:58"}};
+  } cases[] = {{0, 0, 12, 0, Seconds(83), "00:01:23"},
+               {19800, 22, 12, 0, Seconds(83), "00:01:23"},
+               {-10800, -12, 3, 30, Seconds(83), "00:01:23"},
+               {50400, 56, 23, 0, Seconds(83), "00:01:23"},
+               {3600, 4, 23, 59, Seconds(83), "00:01:23"},
+               {3600, 4, 23, 59, Seconds(60), "00:01:00"},
+               {-18000, -20, 20, 0, Seconds(23 * 3600 + 59 * 60 + 58), "23:59:58"}};
   for (const auto& test : cases) {
     SCOPED_TRACE(test.zone);
     manager.reset();
@@ -326,6 +327,7 @@ TEST_F(StopwatchTest, EightyThreeSecondsInEveryZoneAndAcrossMidnight) {
     EXPECT_EQ(posted(kStopwatch, "timeDifference"), Lines{std::string(test.shown)});
     EXPECT_EQ(writesTo("2a2b").size(), 2U);
     EXPECT_FALSE(manager->isSetTimeActive());
+    EXPECT_EQ(band->currentTime()[10], static_cast<std::uint8_t>(test.quarterHours));
   }
 }
 
