@@ -208,12 +208,20 @@ Result<std::unique_ptr<PendingAnswer>> SdBusMessageCenter::sendMessageNameForAns
 
 Result<Dictionary> SdBusMessageCenter::sendMessageAndReceiveReplyName(std::string_view name,
                                                                       const Dictionary& userInfo) {
-  auto message = connection_.newMethodCall(address_, name, kDictionary, {userInfo});
+  // On a connection of its own: what arrives on ours stays with the bus, in order, and neither the
+  // answer nor we have to get past it.
+  const char* address = nullptr;
+  sd_bus_get_address(connection_.get(), &address);
+  const auto own = BusConnection::openAddress(connection_.loop(), address);
+  if (!own) {
+    return own.error();
+  }
+  auto message = (*own)->newMethodCall(address_, name, kDictionary, {userInfo});
   if (!message) {
     return message.error();
   }
   message->setAutoStart(false);
-  const auto reply = connection_.call(*message, replyTimeout_);
+  const auto reply = (*own)->call(*message, replyTimeout_);
   if (!reply) {
     return reply.error();
   }
