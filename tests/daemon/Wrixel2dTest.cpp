@@ -294,6 +294,7 @@ TEST_F(Wrixel2dTest, BeforeTheFirstAnswerNothingStartsAndWhatArrivesWaits) {
   companion->settings = {{"MBIcon-app", 9}};
   start();
   setCompanionHanging(true);
+  postPreference("/hk");
   post(kLockState);
   send("bulletinRequest", {{"sectionID", "app"}});
   system.runLoop.runFor(10min);
@@ -309,7 +310,15 @@ TEST_F(Wrixel2dTest, BeforeTheFirstAnswerNothingStartsAndWhatArrivesWaits) {
   EXPECT_EQ(wrixel2d->state().band->mode()->iconId(), 9U);
   EXPECT_EQ(property("Problem"), Value(""));
   system.runLoop.runFor(1h);
-  EXPECT_EQ(questions(), 7U);
+  EXPECT_EQ(questions(), 8U)
+      << "the unlock comes after the announcement, and asks before the alert";
+
+  // Answered, it begins anew with the shortest pause.
+  forget();
+  setCompanionHanging(true);
+  postPreference("/hk");
+  system.runLoop.runFor(4s);
+  EXPECT_EQ(questions(), 2U);
 }
 
 TEST_F(Wrixel2dTest, WithoutAnAnswerTheSettingsLastReadHoldAndChangesWaitForIt) {
