@@ -178,13 +178,23 @@ void storeSample(State& state) {
   }
 }
 
+/// Google Benchmark 1.8 has put another member in this one's place.
+template <typename Run>
+bool hasFailed(const Run& run) {
+  if constexpr (requires { run.error_occurred; }) {
+    return run.error_occurred;
+  } else {
+    return static_cast<bool>(run.skipped);
+  }
+}
+
 /// Keeps the repetitions of each benchmark, in nanoseconds of processor or of real time.
 class Collector final : public benchmark::BenchmarkReporter {
  public:
   bool ReportContext(const Context& /*context*/) override { return true; }
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& run : runs) {
-      if (run.run_type == Run::RT_Iteration && !run.error_occurred) {
+      if (run.run_type == Run::RT_Iteration && !hasFailed(run)) {
         times_[run.run_name.function_name + (run.run_name.args.empty() ? "" : "/") +
                run.run_name.args]
             .push_back(run.GetAdjustedRealTime());

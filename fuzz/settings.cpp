@@ -14,7 +14,7 @@ namespace {
 using settings::Settings;
 
 /// A basic string of TOML 1.0: everything but letters and digits as an escape.
-std::string quoted(std::string_view text) {
+std::string tomlString(std::string_view text) {
   std::string result = "\"";
   for (const char c : text) {
     const auto byte = static_cast<unsigned char>(c);
@@ -26,7 +26,7 @@ std::string quoted(std::string_view text) {
 
 std::string appTable(std::string_view name, const settings::AppSettings& app) {
   return fmt::format("[apps.{}]\nicon = {}\nrepeat = {}\npattern = {}\npreview = {}\n",
-                     quoted(name), app.icon, app.repeat, app.pattern, app.preview);
+                     tomlString(name), app.icon, app.repeat, app.pattern, app.preview);
 }
 
 std::string action(const settings::ButtonAction& action) {
@@ -45,7 +45,7 @@ std::string action(const settings::ButtonAction& action) {
   }
   std::string words;
   for (const auto& word : action.command) {
-    words += quoted(word) + ", ";
+    words += tomlString(word) + ", ";
   }
   return "[" + words + "]";
 }
@@ -66,7 +66,7 @@ std::string fileOf(const Settings& settings) {
   const auto& companion = settings.companion;
   std::string profiles;
   for (const auto& profile : companion.silentProfiles) {
-    profiles += quoted(profile) + ", ";
+    profiles += tomlString(profile) + ", ";
   }
   file += fmt::format("[battery]\nalertBelow = {}\n[doNotDisturb]\nphoshProfiles = [{}]\n",
                       companion.lowBattery, profiles);

@@ -159,7 +159,7 @@ platform::Result<platform::Value> actionValue(const SettingKey& key,
   return platform::Value(platform::Array(words.begin(), words.end()));
 }
 
-std::string quoted(std::string_view text) {
+std::string tomlString(std::string_view text) {
   std::string result = "\"";
   for (const char character : text) {
     const auto code = static_cast<unsigned char>(character);
@@ -233,7 +233,7 @@ std::string tomlText(const platform::Value& value) {
     return *flag ? "true" : "false";
   }
   if (const auto* text = value.text()) {
-    return quoted(*text);
+    return tomlString(*text);
   }
   if (const auto* array = value.array()) {
     std::string result = "[";
@@ -254,7 +254,7 @@ std::string tomlKey(std::string_view key) {
     const auto code = static_cast<unsigned char>(character);
     return code < 0x80 && (std::isalnum(code) != 0 || character == '_' || character == '-');
   });
-  return isBare ? std::string(key) : quoted(key);
+  return isBare ? std::string(key) : tomlString(key);
 }
 
 std::string tomlPath(const KeyPath& path) {

@@ -57,8 +57,12 @@ struct NodeMaker {
       return unwritable("A date more than 68 years from 2001");
     }
     const auto fraction = value - kReferenceDate - seconds;
+    // What newer versions would rather have us call knows whole seconds alone.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
     return owned(plist_new_date(static_cast<std::int32_t>(seconds.count()),
                                 static_cast<std::int32_t>(fraction.count())));
+#pragma GCC diagnostic pop
   }
   Result<Node> operator()(const Array& values) const {
     auto array = owned(plist_new_array());
@@ -137,8 +141,12 @@ ErrorOrNone LinuxPropertyLists::writeToFileAtomically(const std::string& path,
   } else {
     plist_to_xml(node->get(), &text, &length);
   }
+#ifdef WRIXEL2_PLIST_MEM_FREE
+  const std::unique_ptr<char, decltype(&plist_mem_free)> held(text, plist_mem_free);
+#else
   const std::unique_ptr<char, decltype(&plist_to_xml_free)> held(
-      text, isBinary ? &plist_to_bin_free : &plist_to_xml_free);
+      text, isBinary ? plist_to_bin_free : plist_to_xml_free);
+#endif
   if (text == nullptr) {
     return unwritable("This dictionary");
   }
