@@ -5,7 +5,6 @@
 #include <ctime>
 #include <utility>
 
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 
 #include "bandview/AlertIcon.h"
@@ -39,7 +38,7 @@ std::string localTime() {
   const std::time_t now = std::time(nullptr);
   std::tm parts{};
   ::localtime_r(&now, &parts);
-  return fmt::format("{:%H:%M:%S}", parts);
+  return fmt::format("{:02}:{:02}:{:02}", parts.tm_hour, parts.tm_min, parts.tm_sec);
 }
 
 /// By the seconds of the band's clock.

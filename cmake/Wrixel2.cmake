@@ -38,13 +38,15 @@ if(WRIXEL2_FUZZ)
 endif()
 
 # A program that is idle for hours keeps what its start has touched, whole pages of it. A shared C++
-# runtime is touched all over by its own initialisation; what is linked in is what is used. Without a
-# separator of its own {fmt} asks the locale for one, and with that all of the runtime's locales are in.
+# runtime is touched all over by its own initialisation; what is linked in is what is used. A program
+# with a shared library of C++ is left with the shared runtime: neither an exception nor an object
+# passes from one runtime to another. Without a separator of its own {fmt} asks the locale for one, and
+# with that all of the runtime's locales are in.
 if(WRIXEL2_SMALL)
   set(CMAKE_INTERPROCEDURAL_OPTIMIZATION ON)
-  add_compile_definitions(FMT_HEADER_ONLY=1 "FMT_STATIC_THOUSANDS_SEPARATOR=','")
+  add_compile_definitions("FMT_STATIC_THOUSANDS_SEPARATOR=','")
   add_compile_options(-ffunction-sections -fdata-sections)
-  add_link_options(-static-libstdc++ -static-libgcc LINKER:--gc-sections LINKER:--as-needed)
+  add_link_options(LINKER:--gc-sections LINKER:--as-needed)
 endif()
 
 # wrixel2_prefer_archive(TARGET FILE): links the imported target's library from its archive, where
@@ -74,10 +76,14 @@ function(wrixel2_compile_for_time)
   endif()
 endfunction()
 
-# wrixel2_program(NAME SOURCES file... USES target...)
+# wrixel2_program(NAME SOURCES file... USES target... [SHARED_RUNTIME]): the last for one that uses a
+# shared library of C++.
 function(wrixel2_program name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;USES" ${ARGN})
+  cmake_parse_arguments(ARG "SHARED_RUNTIME" "" "SOURCES;USES" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
+  if(WRIXEL2_SMALL AND NOT ARG_SHARED_RUNTIME)
+    target_link_options(${name} PRIVATE -static-libstdc++ -static-libgcc)
+  endif()
   target_link_libraries(${name} PRIVATE wrixel2_options ${ARG_USES})
   target_compile_definitions(${name} PRIVATE WRIXEL2_VERSION="${PROJECT_VERSION}")
   install(TARGETS ${name} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})

@@ -76,6 +76,8 @@ TEST(SettingsTest, AnErrorIsReportedWithItsLine) {
       {"enabled = true\nhrInterval = = 30\n", 2, ""},
       {"enabled = true\n\nenabled = false\n", 3, "enabled"},
       {"# \xff\n", 1, ""},
+      {std::string("# \0", 3), 1, ""},
+      {"enabled = true\na = [[[[", 2, ""},
       {"\nenabled = 1\n", 2, "enabled is an integer"},
       {"hrInterval = true", 1, "hrInterval is a boolean"},
       {"timeout = 1.5", 1, "timeout is a real number"},
