@@ -83,7 +83,11 @@ int run(const Options& options) {
   }
   std::string settingsFile = paths->settingsFile;
   if (!options.config.empty()) {
-    settingsFile = std::filesystem::absolute(options.config).lexically_normal().string();
+    std::error_code error;
+    settingsFile = std::filesystem::absolute(options.config, error).lexically_normal().string();
+    if (error) {
+      return fail("--config " + options.config + ": " + error.message());
+    }
   } else if (const auto error = makeDirectoryOf(settingsFile)) {
     return fail(error->localizedDescription);
   }

@@ -21,6 +21,7 @@ void HeartRateCommand::declare(CLI::App& program, const Choose& choose) {
       ->add_option("--since", since_,
                    "from when on: 90m, 2h, 3d, 2w (ago), today, yesterday, 2026-11-24, "
                    "\"2026-11-24 14:30\"; without it 24 hours, or all for an export")
+      ->check([](const std::string& when) { return when.empty() ? "a moment is missing" : ""; })
       ->type_name("WHEN");
   command->add_option("--until", until_, "till when, in the same words")
       ->type_name("WHEN")

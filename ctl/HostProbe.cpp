@@ -10,6 +10,7 @@
 #include <time.h>
 
 #include "platform/linux/FileDescriptor.h"
+#include "platform/linux/LinuxFileManager.h"
 #include "platform/linux/SdBus.h"
 
 namespace wrixel2::ctl {
@@ -32,12 +33,14 @@ std::string firstLine(const std::filesystem::path& path) {
 }
 
 std::vector<RadioSwitch> bluetoothSwitches() {
+  const std::filesystem::path folder("/sys/class/rfkill");
   std::vector<RadioSwitch> switches;
-  std::error_code error;
-  for (const auto& entry : std::filesystem::directory_iterator("/sys/class/rfkill", error)) {
-    if (firstLine(entry.path() / "type") == "bluetooth") {
-      switches.push_back({firstLine(entry.path() / "name"), firstLine(entry.path() / "soft") == "1",
-                          firstLine(entry.path() / "hard") == "1"});
+  const auto names = platform::linux::LinuxFileManager().contentsOfDirectoryAtPath(folder);
+  for (const std::string& name : names ? *names : std::vector<std::string>()) {
+    if (firstLine(folder / name / "type") == "bluetooth") {
+      switches.push_back({firstLine(folder / name / "name"),
+                          firstLine(folder / name / "soft") == "1",
+                          firstLine(folder / name / "hard") == "1"});
     }
   }
   return switches;

@@ -71,7 +71,11 @@ platform::Result<PairingKey> PairingKey::fromText(std::string_view text) {
 platform::Result<PairingKey> PairingKey::fromPath(const platform::FileManager& files,
                                                   const platform::PropertyLists& propertyLists,
                                                   const std::string& path) {
-  const auto normal = std::filesystem::absolute(path).lexically_normal();
+  std::error_code error;
+  const auto normal = std::filesystem::absolute(path, error).lexically_normal();
+  if (error) {
+    return noKey(fmt::format("\"{}\" is no path: {}", path, error.message()));
+  }
   const auto folder = normal.has_filename() ? normal : normal.parent_path();
   if (files.contentsOfDirectoryAtPath(folder.string())) {
     return fromFolder(files, propertyLists, folder);

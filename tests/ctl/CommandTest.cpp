@@ -76,6 +76,7 @@ TEST_F(CtlTest, WrongUsageSaysSoAndHelpIsNoFailure) {
       {"heart-rate --csv --json", badUsage, "excludes"},
       {"apps test *", badUsage, "every other app"},
       {"apps set  --icon 1", badUsage, "identifier"},
+      {"heart-rate --since  --csv", badUsage, "a moment is missing"},
       {"heart-rate --since soon", badUsage, "\"soon\" is no time"},
       {"heart-rate --since 1h --until 2h", badUsage, "before --until"},
       {"--help", done, "Exit status: 0 done"},

@@ -72,6 +72,7 @@ TEST_F(KeyTest, IsTakenFromATextOrAFileOrTheAppsFolders) {
       {"bytes", directory.write("key.bin", "\x01\x02\xff"), "", "", "no text"},
       {"endless", "-", std::string(257, 'a'), "", "no text"},
       {"no file", directory.path("missing"), "", "", "missing cannot be read"},
+      {"no name", "", "", "", "\"\" is no path"},
       {"another folder", app + "/Library", "", "", "Cannot extract user name from MiFit"},
       {"another property list", preferences + "/HM.wristband.plist", "", "",
        "a property list without a key"},
@@ -85,6 +86,14 @@ TEST_F(KeyTest, IsTakenFromATextOrAFileOrTheAppsFolders) {
     EXPECT_EQ(console.output.find(kKey), std::string::npos) << "the key is shown";
     EXPECT_EQ(importedKey(), c.key.empty() ? "none" : c.key + "\n");
   }
+  // From a working directory that is gone.
+  const auto before = fs::current_path();
+  fs::create_directory(directory.path("gone"));
+  fs::current_path(directory.path("gone"));
+  fs::remove(directory.path("gone"));
+  EXPECT_EQ(import("", "key.txt"), failed);
+  fs::current_path(before);
+  expectPart(console.errors, "\"key.txt\" is no path");
 }
 
 TEST_F(KeyTest, IsTheOwnersAloneAndTheOldOneHoldsUntilTheNewIsThere) {
