@@ -13,6 +13,7 @@
 #include "bandradio/BluezBandRadio.h"
 #include "bandradio/ManagementSocket.h"
 #include "platform/linux/LinuxPlatform.h"
+#include "platform/linux/Process.h"
 #include "platform/linux/SdBus.h"
 #include "platform/simulated/VirtualRadio.h"
 
@@ -80,6 +81,7 @@ int run(const std::string& adapterName, std::uint16_t adapterNumber) {
 }  // namespace
 
 int main(int argumentCount, char** arguments) {
+  platform::linux::beginProcess("wrixel2-band");
   CLI::App app{
       "A virtual band that a Bluetooth adapter puts on the air, to be handled over the session "
       "bus."};

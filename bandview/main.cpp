@@ -12,6 +12,7 @@
 #include "platform/linux/LinuxClock.h"
 #include "platform/linux/LinuxRunLoop.h"
 #include "platform/linux/LocalTimeZone.h"
+#include "platform/linux/Process.h"
 #include "platform/linux/StderrLog.h"
 
 namespace {
@@ -45,6 +46,7 @@ int run(platform::linux::LinuxRunLoop& loop, Context&... context) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  platform::linux::beginProcess("wrixel2-bandview");
   bool once = false;
   CLI::App app(
       "Draws what the virtual band shows and does, serves desktop notifications on its bus, and "

@@ -27,7 +27,7 @@
 #include "companion/SettingsFileWatch.h"
 #include "companion/WitnessedLock.h"
 #include "platform/linux/LinuxPlatform.h"
-#include "platform/linux/OutOfMemory.h"
+#include "platform/linux/Process.h"
 #include "platform/linux/PropertyListUserDefaults.h"
 #include "platform/linux/SqliteHealthStore.h"
 #include "protocol/MBBLE/MBHealthKitManager.h"
@@ -193,7 +193,7 @@ int run(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  platform::linux::endWhenOutOfMemory("wrixel2-companion");
+  platform::linux::beginProcess("wrixel2-companion");
   Options options;
   CLI::App app("Answers the wrixel2d daemon's questions and tells it what happens on the phone.",
                "wrixel2-companion");

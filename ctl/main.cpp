@@ -1,6 +1,7 @@
 /// wrixel2ctl: the owner's command line.
 
 #include <clocale>
+#include <csignal>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -18,6 +19,7 @@
 #include "platform/linux/LinuxPropertyLists.h"
 #include "platform/linux/LinuxRunLoop.h"
 #include "platform/linux/LocalTimeZone.h"
+#include "platform/linux/Process.h"
 #include "platform/linux/StderrLog.h"
 #include "settings/OwnerPaths.h"
 
@@ -34,6 +36,9 @@ std::optional<unsigned> modeOf(const std::string& file) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  platform::linux::beginProcess("wrixel2ctl");
+  // Who reads the output and goes ends a command as usual, "watch" above all.
+  std::signal(SIGPIPE, SIG_DFL);
   std::setlocale(LC_CTYPE, "");
   ctl::TerminalConsole console;
   platform::linux::StderrLog log("wrixel2ctl", false);

@@ -14,7 +14,7 @@
 #include "daemon/MiFitExtractor.h"
 #include "daemon/Wrixel2d.h"
 #include "platform/linux/LinuxPlatform.h"
-#include "platform/linux/OutOfMemory.h"
+#include "platform/linux/Process.h"
 #include "platform/linux/bluez/BluezRadio.h"
 #include "platform/simulated/VirtualRadio.h"
 #include "protocol/MBBLE/MiBand.h"
@@ -93,7 +93,7 @@ int serveRealBand(platform::linux::LinuxPlatform& system,
 }  // namespace
 
 int main(int argc, char** argv) {
-  platform::linux::endWhenOutOfMemory("wrixel2d");
+  platform::linux::beginProcess("wrixel2d");
   const auto [commandLine, status] = daemon::parseCommandLine(argc, argv);
   if (status) {
     return *status;

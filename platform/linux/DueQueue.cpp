@@ -6,8 +6,8 @@
 #include <sys/epoll.h>
 #include <sys/timerfd.h>
 
-#include "platform/Assertion.h"
 #include "platform/Error.h"
+#include "platform/linux/Process.h"
 
 namespace wrixel2::platform::linux {
 namespace {
@@ -19,7 +19,7 @@ constexpr std::int64_t kMicrosecondsPerSecond = 1'000'000;
 DueQueue::DueQueue(sd_event* event, Clocks clocks, std::function<void(int)> alarmUnavailable)
     : event_(event), clocks_(clocks), alarmUnavailable_(std::move(alarmUnavailable)) {
   if (const int error = open(plain_, clocks_.plain); error != 0) {
-    assertionFailure(errorFromErrno(error, "No timers can be made").localizedDescription);
+    endProcess(errorFromErrno(error, "No timers can be made").localizedDescription);
   }
 }
 

@@ -12,10 +12,10 @@
 #include <sys/inotify.h>
 #include <sys/timerfd.h>
 
-#include "platform/Assertion.h"
 #include "platform/Error.h"
 #include "platform/linux/DueQueue.h"
 #include "platform/linux/LocalTimeZone.h"
+#include "platform/linux/Process.h"
 
 namespace wrixel2::platform::linux {
 namespace {
@@ -45,7 +45,7 @@ class LinuxTimer final : public Timer {
 
 void require(int result, const char* what) {
   if (result < 0) {
-    assertionFailure(errorFromErrno(-result, what).localizedDescription);
+    endProcess(errorFromErrno(-result, what).localizedDescription);
   }
 }
 

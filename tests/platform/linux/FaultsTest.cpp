@@ -7,7 +7,7 @@
 #include "platform/linux/LinuxPropertyLists.h"
 #include "platform/linux/LinuxRunLoop.h"
 #include "platform/linux/LocalTimeZone.h"
-#include "platform/linux/OutOfMemory.h"
+#include "platform/linux/Process.h"
 #include "platform/linux/PropertyListUserDefaults.h"
 #include "tests/platform/linux/Limit.h"
 #include "tests/platform/linux/RecordingLog.h"
@@ -120,18 +120,26 @@ TEST_F(FaultsTest, WithoutDescriptorsFilesAreErrorsAndTimersGoOn) {
   expectAsBefore();
 }
 
-TEST_F(FaultsTest, WithoutMemoryTheProcessSaysSoAndEnds) {
+TEST_F(FaultsTest, WithoutMemoryOrDescriptorsTheProcessSaysSoAndEnds) {
 #if defined(__SANITIZE_ADDRESS__) || __has_feature(address_sanitizer)
-  GTEST_SKIP() << "The sanitizers have an allocator of their own";
+  GTEST_SKIP() << "The sanitizers have an allocator of their own, and need descriptors";
 #endif
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
       {
-        endWhenOutOfMemory("program");
+        beginProcess("program");
         const Limit little(RLIMIT_AS, 0);
         Bytes(std::size_t{64} << 20);
       },
       testing::ExitedWithCode(1), "^program: out of memory\n$");
+  EXPECT_EXIT(
+      {
+        beginProcess("program");
+        LocalTimeZone zone{directory.path("none")};
+        const Limit none(RLIMIT_NOFILE, 0);
+        const LinuxRunLoop loop(log, zone);
+      },
+      testing::ExitedWithCode(1), "^program: No event loop can be made: Too many open files\n$");
 }
 
 }  // namespace
