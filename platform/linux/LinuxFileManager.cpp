@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -80,6 +81,36 @@ Result<std::filesystem::path> linkTarget(const std::string& path) {
   return fileError(ELOOP, "written", path);
 }
 
+// A file beside the target, because a rename does not cross file systems: always the same one, so
+// that what a kill leaves is taken up by the next write. Who writes has it locked; another one at
+// the same time, or one where nothing can be locked, writes to a file of its own.
+struct UnfinishedFile {
+  std::string path;
+  FileDescriptor file;
+};
+
+UnfinishedFile openUnfinished(const std::filesystem::path& target) {
+  constexpr std::size_t kMostOfName = 200;
+  UnfinishedFile unfinished{
+      target.parent_path() / (".unfinished-" + target.filename().string().substr(0, kMostOfName)),
+      {}};
+  unfinished.file =
+      FileDescriptor(::open(unfinished.path.c_str(),
+                            O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, kFileMode));
+  struct stat opened{};
+  struct stat named{};
+  // Between the two calls somebody may have renamed it to what it is now the target of.
+  if (unfinished.file && ::flock(unfinished.file.get(), LOCK_EX | LOCK_NB) == 0 &&
+      ::fstat(unfinished.file.get(), &opened) == 0 && S_ISREG(opened.st_mode) &&
+      ::lstat(unfinished.path.c_str(), &named) == 0 && opened.st_dev == named.st_dev &&
+      opened.st_ino == named.st_ino && ::ftruncate(unfinished.file.get(), 0) == 0) {
+    return unfinished;
+  }
+  unfinished.path = target.parent_path() / ".unfinished-XXXXXX";
+  unfinished.file = FileDescriptor(::mkostemp(unfinished.path.data(), O_CLOEXEC));
+  return unfinished;
+}
+
 // A renamed or new entry lasts once its directory is on the disk. Some file systems cannot do
 // that for directories; theirs last anyway or not at all.
 void synchronizeDirectory(const std::filesystem::path& directory) {
@@ -90,12 +121,12 @@ void synchronizeDirectory(const std::filesystem::path& directory) {
 }
 
 // Removes the file at its end, unless told to keep it.
-class UnfinishedFile {
+class RemovedAtEnd {
  public:
-  explicit UnfinishedFile(std::string path) : path_(std::move(path)) {}
-  UnfinishedFile(const UnfinishedFile&) = delete;
-  UnfinishedFile& operator=(const UnfinishedFile&) = delete;
-  ~UnfinishedFile() {
+  explicit RemovedAtEnd(std::string path) : path_(std::move(path)) {}
+  RemovedAtEnd(const RemovedAtEnd&) = delete;
+  RemovedAtEnd& operator=(const RemovedAtEnd&) = delete;
+  ~RemovedAtEnd() {
     if (!path_.empty()) {
       ::unlink(path_.c_str());
     }
@@ -193,13 +224,11 @@ ErrorOrNone LinuxFileManager::writeAtomically(const std::string& path, ByteView 
     }
     mode = status.st_mode & 07777;
   }
-  // Beside the file, because a rename does not cross file systems.
-  std::string unfinished = directory / ".unfinished-XXXXXX";
-  const FileDescriptor file(::mkostemp(unfinished.data(), O_CLOEXEC));
+  const auto [unfinished, file] = openUnfinished(*target);
   if (!file) {
     return fileError(errno, "written", path);
   }
-  UnfinishedFile guard(unfinished);
+  RemovedAtEnd guard(unfinished);
   if (!writeAll(file.get(), contents) || ::fchmod(file.get(), mode) != 0 ||
       ::fsync(file.get()) != 0 || ::rename(unfinished.c_str(), target->c_str()) != 0) {
     return fileError(errno, "written", path);
@@ -222,7 +251,7 @@ ErrorOrNone LinuxFileManager::copyItemAtPath(const std::string& source,
   if (!to) {
     return fileError(errno, "made", destination);
   }
-  UnfinishedFile guard(destination);
+  RemovedAtEnd guard(destination);
   std::array<std::uint8_t, kBlockSize> block;
   while (true) {
     const auto count = readSome(from->get(), block.data(), block.size());

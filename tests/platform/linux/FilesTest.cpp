@@ -1,11 +1,16 @@
 #include <algorithm>
+#include <csignal>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/linux/FileDescriptor.h"
 #include "platform/linux/LinuxFileManager.h"
 #include "platform/linux/LinuxHealthStore.h"
+#include "tests/platform/linux/Limit.h"
 #include "tests/platform/linux/TemporaryDirectory.h"
 
 namespace wrixel2::platform::linux {
@@ -44,6 +49,34 @@ TEST_F(FilesTest, AWrittenFileReplacesTheOldOneInOneStep) {
   EXPECT_EQ(textAt(kept), "one");
   EXPECT_EQ(modeOf(path), 0644U);
   EXPECT_EQ(files.contentsOfDirectoryAtPath(directory.path("new/deep"))->size(), 1U);
+}
+
+TEST_F(FilesTest, WhatAKillLeavesIsTakenUpByTheNextWrite) {
+  const std::string path = directory.write("file", "old");
+  GTEST_FLAG_SET(death_test_style, "fast");
+  for (int kills = 0; kills < 3; ++kills) {
+    EXPECT_EXIT(
+        {
+          const Limit small(RLIMIT_FSIZE, 100'000);
+          std::signal(SIGXFSZ, SIG_DFL);
+          [[maybe_unused]] const auto error =
+              files.writeAtomically(path, bytesOfText(std::string(200'000, 'x')));
+        },
+        testing::KilledBySignal(SIGXFSZ), "");
+    EXPECT_EQ(directory.entryCount(), 2U);
+  }
+  EXPECT_EQ(textAt(path), "old");
+  ASSERT_FALSE(files.writeAtomically(path, bytesOfText("new")));
+  EXPECT_EQ(textAt(path), "new");
+  EXPECT_EQ(directory.entryCount(), 1U);
+
+  // Somebody else is at it.
+  const std::string unfinished = directory.write(".unfinished-file", "theirs");
+  const FileDescriptor theirs(::open(unfinished.c_str(), O_WRONLY | O_CLOEXEC));
+  ASSERT_EQ(::flock(theirs.get(), LOCK_EX), 0);
+  ASSERT_FALSE(files.writeAtomically(path, bytesOfText("ours")));
+  EXPECT_EQ(textAt(path), "ours");
+  EXPECT_EQ(textAt(unfinished), "theirs");
 }
 
 TEST_F(FilesTest, ALinkStaysAndItsTargetIsReplaced) {
