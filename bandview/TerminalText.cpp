@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cwchar>
 
+#include "platform/Utf8.h"
+
 namespace wrixel2::bandview {
 
 namespace {
@@ -49,7 +51,8 @@ std::string printable(std::string_view text) {
   std::string result;
   while (!text.empty()) {
     const Character character = firstCharacter(text);
-    if (::wcwidth(character.code) < 0 || character.code == L'\0') {
+    if (::wcwidth(character.code) < 0 || character.code == L'\0' ||
+        platform::isControl(static_cast<char32_t>(character.code))) {
       result += ' ';
     } else if (character.code == L'?') {
       result += '?';

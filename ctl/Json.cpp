@@ -90,7 +90,7 @@ class JsonWriter {
     if (character == U'"' || character == U'\\') {
       text += '\\';
       text += bytes;
-    } else if (character < 0x20 || (character >= 0x7F && character < 0xA0)) {
+    } else if (platform::isControl(character)) {
       text += fmt::format("\\u{:04x}", static_cast<unsigned>(character));
     } else {
       text += bytes;

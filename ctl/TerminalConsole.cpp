@@ -9,6 +9,8 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include "ctl/TextRows.h"
+
 namespace wrixel2::ctl {
 
 namespace {
@@ -33,7 +35,7 @@ void TerminalConsole::print(std::string_view text) {
 void TerminalConsole::complain(std::string_view sentence) {
   setProgress({});
   std::string line("wrixel2ctl: ");
-  line += sentence;
+  line += printable(sentence);
   write(stderr, line += '\n');
 }
 

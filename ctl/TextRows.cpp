@@ -23,7 +23,7 @@ std::string printable(std::string_view text) {
     const auto first = platform::firstCharacter(text);
     if (!first.character) {
       result += '?';
-    } else if (*first.character < 0x20 || (*first.character >= 0x7F && *first.character < 0xA0)) {
+    } else if (platform::isControl(*first.character)) {
       result += ' ';
     } else {
       result += text.substr(0, first.length);

@@ -73,6 +73,14 @@ bool isUtf8(std::string_view text) {
   return true;
 }
 
+bool isControl(char32_t character) {
+  const auto isIn = [character](char32_t first, char32_t last) {
+    return first <= character && character <= last;
+  };
+  return character < 0x20 || isIn(0x7F, 0x9F) || character == 0x061C || isIn(0x200E, 0x200F) ||
+         isIn(0x2028, 0x202E) || isIn(0x2066, 0x2069);
+}
+
 std::string utf8FromCharacter(char32_t character) {
   const auto tail = [&](unsigned shift) {
     return static_cast<char>(0x80 | (character >> shift & 0x3F));

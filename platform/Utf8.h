@@ -24,6 +24,10 @@ Utf8Prefix firstCharacter(std::string_view text);
 
 bool isUtf8(std::string_view text);
 
+/// Whether a terminal, or whatever else shows texts, obeys the character instead of showing it:
+/// C0 and C1 controls, ends of lines, and what turns the order of the characters around.
+bool isControl(char32_t character);
+
 /// The bytes of a character, which is at most U+10FFFF.
 std::string utf8FromCharacter(char32_t character);
 

@@ -4,31 +4,36 @@
 
 #include <fmt/format.h>
 
+#include "platform/Utf8.h"
+
 namespace wrixel2::platform::linux {
 namespace {
 
-bool isControl(char character) {
-  const auto code = static_cast<unsigned char>(character);
-  return code < 0x20 || code == 0x7F;
-}
+bool isPlain(char character) { return character >= 0x20 && character < 0x7F; }
 
 }  // namespace
 
 std::string singleLine(std::string text) {
-  if (std::ranges::none_of(text, isControl)) {
+  if (std::ranges::all_of(text, isPlain)) {
     return text;
   }
   std::string line;
-  for (const char character : text) {
-    if (character == '\n') {
+  for (std::string_view rest(text); !rest.empty();) {
+    const auto [character, length, isCutOff] = firstCharacter(rest);
+    if (character == U'\n') {
       line += "\\n";
-    } else if (character == '\t') {
+    } else if (character == U'\t') {
       line += "\\t";
-    } else if (isControl(character)) {
-      line += fmt::format("\\x{:02x}", static_cast<unsigned char>(character));
+    } else if (character && !isControl(*character)) {
+      line += rest.substr(0, length);
+    } else if (character && *character >= 0x80) {
+      line += fmt::format("\\u{:04x}", static_cast<unsigned>(*character));
     } else {
-      line += character;
+      for (const char byte : rest.substr(0, length)) {
+        line += fmt::format("\\x{:02x}", static_cast<unsigned char>(byte));
+      }
     }
+    rest.remove_prefix(length);
   }
   return line;
 }

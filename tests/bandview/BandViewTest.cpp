@@ -198,6 +198,7 @@ TEST_F(BandViewTest, NothingInATextReachesTheTerminalAsACommand) {
     }
   }
   EXPECT_EQ(printable("a\x1b[2Jb"), "a [2Jb");
+  EXPECT_EQ(printable("a\u202eb\u2069"), "a b ");
   EXPECT_EQ(printable("\xff\xc3"), "??");
   EXPECT_EQ(printable(std::string_view("a\0b", 3)), "a b");
   EXPECT_EQ(printable("grüß 日本?"), "grüß 日本?");

@@ -329,7 +329,10 @@ TEST_F(CtlTest, WatchTellsEachThingInALineOfItsOwn) {
     world.postDistributed("org.corvale.wrixel2.measure", {{"heartRate", 72}});
     world.postDistributed("org.corvale.wrixel2.measure", {{"heartRate", 0}});
     world.postDistributed("org.corvale.wrixel2.steps", {{"steps", 999999}});
-    world.postDistributed("x\n\x1b[2J", {{"a", "b "}, {"n", 1}});
+    world.postDistributed("x\n\x1b[2J", {{"a",
+                                          "\xc2\x9b"
+                                          "b\u202e "},
+                                         {"n", 1}});
     world.events.peerChanged(Peer::companion, false);
   });
   EXPECT_EQ(outputOf("watch"),
@@ -340,7 +343,7 @@ TEST_F(CtlTest, WatchTellsEachThingInALineOfItsOwn) {
             "11:00:00  heart rate 72 bpm\n"
             "11:00:00  heart rate: no reading\n"
             "11:00:00  steps: no reading\n"
-            "11:00:00  x  [2J: a b, n 1\n"
+            "11:00:00  x  [2J: a  b, n 1\n"
             "11:00:00  the companion has ended\n");
   world.after(1s, [this] { world.postDistributed("n", {{"k", true}}); });
   EXPECT_EQ(outputOf("--json watch"),

@@ -18,6 +18,9 @@ TEST(LogTest, StandardErrorHasOneLineAnEntry) {
   ASSERT_EQ(::pipe(ends.data()), 0);
   StderrLog log("wrixel2d", true, ends[1]);
   log.write(LogLevel::warning, "main", 12, "two\nlines\tand \x1b[31m \xC3\xA9");
+  log.write(
+      LogLevel::info, "main", 13,
+      "\xC2\x9B \u061C\u200E\u200F\u2028\u202E\u2066\u2069 \xC2\xA0\u2027\u206A \xFF\xE2\x80");
   log.writePlain("plain");
   ::close(ends[1]);
   std::array<char, 256> buffer{};
@@ -25,7 +28,10 @@ TEST(LogTest, StandardErrorHasOneLineAnEntry) {
   ::close(ends[0]);
   EXPECT_GT(size, 0);
   EXPECT_STREQ(buffer.data(),
-               "[wrixel2d: main:12] WARN: two\\nlines\\tand \\x1b[31m \xC3\xA9\nplain\n");
+               "[wrixel2d: main:12] WARN: two\\nlines\\tand \\x1b[31m \xC3\xA9\n"
+               "[wrixel2d: main:13] INFO: \\u009b "
+               "\\u061c\\u200e\\u200f\\u2028\\u202e\\u2066\\u2069 \xC2\xA0\u2027\u206A "
+               "\\xff\\xe2\\x80\nplain\n");
   EXPECT_EQ(log.privateText("secret"), "secret");
   EXPECT_EQ(SyslogLog("wrixel2d", false).privateText("secret"), "<private>");
 }
