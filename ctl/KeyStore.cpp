@@ -37,8 +37,7 @@ platform::Result<PairingKey> KeyStore::key() const {
 std::optional<std::string> KeyStore::userId() const {
   const auto user = propertyLists_.dictionaryWithContentsOfFile(MiFitFiles::userFile(folder_));
   auto id = user ? platform::textForKey(*user, kUserEntry) : std::nullopt;
-  const bool isUsable = id && !id->empty() && id->find('/') == std::string::npos;
-  return isUsable ? id : std::nullopt;
+  return id && MiFitFiles::isUserId(*id) ? id : std::nullopt;
 }
 
 std::string KeyStore::keyFile() const {

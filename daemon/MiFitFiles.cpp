@@ -43,6 +43,10 @@ std::string MiFitFiles::keyFile(const std::string& basePath, const std::string& 
   return fmt::format("{}{}/{}/BandInfoConfigStore.plist", basePath, kPreferences, userId);
 }
 
+bool MiFitFiles::isUserId(std::string_view text) {
+  return !text.empty() && text != "." && text != ".." && text.find('/') == std::string_view::npos;
+}
+
 std::optional<std::string> MiFitFiles::authKey() const {
   const auto user = userId();
   if (!user) {
@@ -75,7 +79,12 @@ std::optional<std::string> MiFitFiles::userIdFromPreferences() const {
     logLoadFailure(path, plist.error());
     return std::nullopt;
   }
-  return CheckedDictionary(*plist, path, logger_).text("userid");
+  auto user = CheckedDictionary(*plist, path, logger_).text("userid");
+  if (user && !isUserId(*user)) {
+    logger_.byFile().warning(fmt::format("\"{}\" in {} is no user's id", *user, path));
+    return std::nullopt;
+  }
+  return user;
 }
 
 std::optional<std::string> MiFitFiles::scanForUserId(const std::string& directory) const {

@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "platform/FileManager.h"
 #include "platform/Log.h"
@@ -25,6 +26,8 @@ class MiFitFiles {
   /// ("band_bind_auth_key").
   static std::string userFile(const std::string& basePath);
   static std::string keyFile(const std::string& basePath, const std::string& userId);
+  /// Whether the text can name a user, whose folder it is then, and not a place elsewhere.
+  static bool isUserId(std::string_view text);
 
  private:
   std::optional<std::string> userId() const;
