@@ -1,7 +1,12 @@
 #include "Program.h"
 
+#include <algorithm>
 #include <array>
 #include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <string_view>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -28,12 +33,27 @@ posix_spawnattr_t* withoutBlockedSignals(posix_spawnattr_t& attributes) {
   return &attributes;
 }
 
+/// Also within a shell's command.
+std::string withOtherPrograms(std::string argument) {
+  constexpr std::string_view kOwn = WRIXEL2_PROGRAMS "/";
+  const char* const other = otherPrograms();
+  for (auto at = other != nullptr ? argument.find(kOwn) : std::string::npos;
+       at != std::string::npos; at = argument.find(kOwn, at)) {
+    argument.replace(at, kOwn.size() - 1, other);
+    at += std::strlen(other);
+  }
+  return argument;
+}
+
 }  // namespace
+
+const char* otherPrograms() { return std::getenv("WRIXEL2_PROGRAMS"); }
 
 Program::Program(platform::linux::LinuxRunLoop& loop, const std::vector<std::string>& arguments,
                  const Environment& environment)
     : loop_(loop) {
-  std::vector<std::string> ownArguments = arguments;
+  std::vector<std::string> ownArguments;
+  std::ranges::transform(arguments, std::back_inserter(ownArguments), withOtherPrograms);
   std::vector<std::string> ownEnvironment;
   for (const auto& [name, value] : environment) {
     ownEnvironment.push_back(name + "=" + value);

@@ -14,12 +14,18 @@
 
 namespace wrixel2::integration {
 
+/// The directory with the programs to be tested in place of those of the test's own build: what
+/// $WRIXEL2_PROGRAMS says, or null.
+const char* otherPrograms();
+
 /// A program that runs: what it prints is collected by the test's loop as it comes.
 class Program {
  public:
   using Environment = std::map<std::string, std::string>;
 
-  /// The environment replaces the test's own. Fails the test when there is no such program.
+  /// The environment replaces the test's own. Where the arguments name a program of the test's
+  /// build it is the one of otherPrograms(), if there are others. Fails the test when there is no
+  /// such program.
   Program(platform::linux::LinuxRunLoop& loop, const std::vector<std::string>& arguments,
           const Environment& environment);
   Program(const Program&) = delete;
