@@ -1,11 +1,11 @@
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <optional>
 #include <string>
 
 #include <CLI/CLI.hpp>
-#include <fmt/format.h>
 
 #include "band/VirtualBand.h"
 #include "band/VirtualBandObject.h"
@@ -31,10 +31,12 @@ std::optional<std::uint16_t> numberOfAdapter(const std::string& name) {
   return static_cast<std::uint16_t>(std::stoi(name.substr(3)));
 }
 
-int fail(const platform::Error& error) {
-  fmt::print(stderr, "wrixel2-band: {}\n", error.localizedDescription);
+int fail(const std::string& why) {
+  std::fputs(("wrixel2-band: " + why + "\n").c_str(), stderr);
   return 1;
 }
+
+int fail(const platform::Error& error) { return fail(error.localizedDescription); }
 
 int run(const std::string& adapterName, std::uint16_t adapterNumber) {
   platform::linux::LinuxPlatformOptions options;
@@ -71,8 +73,7 @@ int run(const std::string& adapterName, std::uint16_t adapterNumber) {
     return fail(*error);
   }
   (*systemBus)->onDisconnected([&machine] {
-    fmt::print(stderr, "wrixel2-band: the system bus is gone\n");
-    machine.runLoop().stop(1);
+    machine.runLoop().stop(fail("the system bus is gone"));
   });
   machine.runLoop().onTerminationSignal([&machine] { machine.runLoop().stop(0); });
   return machine.runLoop().run();
@@ -97,7 +98,7 @@ int main(int argumentCount, char** arguments) {
   }
   const auto number = numberOfAdapter(adapter);
   if (!number) {
-    fmt::print(stderr, "wrixel2-band: '{}' is not the name of an adapter, like hci1\n", adapter);
+    fail("'" + adapter + "' is not the name of an adapter, like hci1");
     return 2;
   }
   return run(adapter, *number);

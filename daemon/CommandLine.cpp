@@ -114,13 +114,12 @@ std::string refusedOption(char** argv) {
 }
 
 CommandLineOutcome badUsage(std::string_view why) {
-  fmt::print(stderr, "wrixel2d: {} (try --help)\n", why);
+  std::fputs(fmt::format("wrixel2d: {} (try --help)\n", why).c_str(), stderr);
   return {{}, kBadUsage};
 }
 
-CommandLineOutcome said(std::string_view text) {
-  fmt::print("{}", text);
-  return {{}, std::fflush(stdout) == 0 ? 0 : 1};
+CommandLineOutcome said(const char* text) {
+  return {{}, std::fputs(text, stdout) >= 0 && std::fflush(stdout) == 0 ? 0 : 1};
 }
 
 }  // namespace

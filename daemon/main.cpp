@@ -26,7 +26,7 @@ using namespace wrixel2;
 constexpr int kCannotStart = 1;
 
 int fail(std::string_view why) {
-  fmt::print(stderr, "wrixel2d: {}\n", why);
+  std::fputs(fmt::format("wrixel2d: {}\n", why).c_str(), stderr);
   return kCannotStart;
 }
 

@@ -60,6 +60,19 @@ TEST_F(ProcessTest, WritesThatFailAreNoReasonToEnd) {
     endBoth();
   }
   ::close(ends[1]);
+
+  for (const auto& [command, status] :
+       {std::pair(kDaemon + "stray 2", 2),
+        {kCompanion + "stray 2", 2},
+        {WRIXEL2_BANDVIEW_PATH " stray 2", 2},
+        {WRIXEL2CTL_PATH " stray 2", 2},
+        {WRIXEL2_PROGRAMS "/wrixel2-band --adapter stray 2", 2},
+        {WRIXEL2D_PATH " --help ", 1},
+        {"DBUS_SESSION_BUS_ADDRESS=none exec " + kDaemon + "2", 1}}) {
+    SCOPED_TRACE(command);
+    const auto program = startShell(command + ">/dev/full");
+    waitForExit(*program, status);
+  }
 }
 
 TEST_F(ProcessTest, TooFewDescriptorsAndAWorkingDirectoryThatIsGoneAreErrors) {
