@@ -1,11 +1,11 @@
 #pragma once
 
 #include <functional>
-#include <memory>
-#include <string>
+#include <optional>
+#include <string_view>
 
 #include "bandview/View.h"
-#include "platform/linux/SdBus.h"
+#include "platform/linux/PropertyWatch.h"
 
 namespace wrixel2::bandview {
 
@@ -22,32 +22,19 @@ struct BandEvents {
 /// Follows the virtual band: while it is there, its state and what it does.
 class BandClient {
  public:
-  /// The bus outlives the client.
-  static platform::Result<std::unique_ptr<BandClient>> start(platform::linux::BusConnection& bus,
-                                                             BandEvents events);
+  /// The bus outlives the client. No event comes before this has returned.
+  BandClient(platform::linux::BusConnection& bus, BandEvents events);
 
   /// None while no band is on the bus, or before its first answer.
   const std::optional<BandState>& state() const { return state_; }
 
   /// Asks for all properties anew: the band does not announce that its clock runs.
-  void refresh();
+  void refresh() { band_.refresh(); }
 
  private:
-  BandClient(platform::linux::BusConnection& bus, BandEvents events)
-      : bus_(bus), events_(std::move(events)) {}
-
-  platform::ErrorOrNone observe();
-  void ownerChanged(const std::string& owner);
-  void received(const platform::linux::BusMessage& message);
-  void propertiesChanged(const platform::Array& arguments);
-  void gone();
-
-  platform::linux::BusConnection& bus_;
   BandEvents events_;
   std::optional<BandState> state_;
-  platform::linux::BusSlot ownerChanges_;
-  platform::linux::BusSlot signals_;
-  platform::linux::BusSlot pending_;
+  platform::linux::PropertyWatch band_;
 };
 
 }  // namespace wrixel2::bandview

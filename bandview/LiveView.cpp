@@ -104,17 +104,14 @@ platform::ErrorOrNone LiveView::start() {
     addEvent("Another program shows notifications here; alerts appear there.");
   }
 
-  auto band = BandClient::start(
+  band_ = std::make_unique<BandClient>(
       bus_,
-      {[this] { bandChanged(); }, [this](const Displayed& displayed) { showDisplayed(displayed); },
-       [this](unsigned on, unsigned off, unsigned count) { vibrate(on, off, count); },
-       [this](std::string_view characteristic, platform::ByteView value) {
-         written(characteristic, value);
-       }});
-  if (!band) {
-    return band.error();
-  }
-  band_ = std::move(*band);
+      BandEvents{[this] { bandChanged(); },
+                 [this](const Displayed& displayed) { showDisplayed(displayed); },
+                 [this](unsigned on, unsigned off, unsigned count) { vibrate(on, off, count); },
+                 [this](std::string_view characteristic, platform::ByteView value) {
+                   written(characteristic, value);
+                 }});
   measurements_ = distributedCenter_.addObserver(
       "org.corvale.wrixel2.measure", [this](const platform::Notification& notification) {
         view_.heartRate.measured(platform::intForKey(notification.userInfo, "heartRate"));

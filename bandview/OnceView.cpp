@@ -17,24 +17,20 @@ constexpr std::string_view kCompanionApp = "wrixel2";
 }  // namespace
 
 platform::ErrorOrNone OnceView::start() {
-  auto band = BandClient::start(
-      bus_, {[] {},
-             [this](const Displayed& displayed) {
-               note(Stage::icon);
-               if (!displayed.text.empty()) {
-                 note(Stage::text);
-               }
-             },
-             [this](unsigned, unsigned, unsigned count) {
-               if (count > 0) {
-                 note(Stage::vibration);
-               }
-             },
-             [this](std::string_view, platform::ByteView) { note(Stage::write); }});
-  if (!band) {
-    return band.error();
-  }
-  band_ = std::move(*band);
+  band_ = std::make_unique<BandClient>(
+      bus_, BandEvents{[] {},
+                       [this](const Displayed& displayed) {
+                         note(Stage::icon);
+                         if (!displayed.text.empty()) {
+                           note(Stage::text);
+                         }
+                       },
+                       [this](unsigned, unsigned, unsigned count) {
+                         if (count > 0) {
+                           note(Stage::vibration);
+                         }
+                       },
+                       [this](std::string_view, platform::ByteView) { note(Stage::write); }});
   limit_ = loop_.scheduledTimer(kLimit, false, [this] { timeIsOver(); });
   auto notifications = NotificationServer::start(
       bus_,

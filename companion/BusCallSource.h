@@ -4,8 +4,8 @@
 #include <map>
 #include <string>
 
-#include "companion/BusService.h"
 #include "companion/CallSource.h"
+#include "platform/linux/BusService.h"
 
 namespace wrixel2::companion {
 
@@ -20,12 +20,13 @@ class BusCallSource : public CallSource {
 
  protected:
   BusCallSource(platform::linux::BusConnection& bus, platform::Log& log, std::string service)
-      : service_(bus, log, std::move(service)) {}
+      : logger_(log, "BusCallSource"), service_(bus, std::move(service)) {}
 
   /// Once the signals are subscribed to.
   void start();
 
-  BusService& service() { return service_; }
+  platform::linux::BusService& service() { return service_; }
+  const platform::Logger& logger() const { return logger_; }
 
   /// The service is there, and has to be asked for the calls that it has already.
   virtual void askForCalls() = 0;
@@ -42,7 +43,8 @@ class BusCallSource : public CallSource {
  private:
   void tellChange();
 
-  BusService service_;
+  platform::Logger logger_;
+  platform::linux::BusService service_;
   std::function<void()> changed_;
   std::optional<bool> isThere_;
   std::map<std::string, platform::Dictionary> calls_;

@@ -1,9 +1,8 @@
 #pragma once
 
 #include <functional>
-#include <memory>
 
-#include "platform/linux/SdBus.h"
+#include "platform/linux/BusService.h"
 
 namespace wrixel2::companion {
 
@@ -16,22 +15,17 @@ class DaemonWatch {
   using Callback = std::function<void()>;
 
   /// Calls `ready` once for the present (also when there is no daemon), and each time that the
-  /// daemon's name has a new owner; `gone` each time that it has lost the one it had. Never before
-  /// start() has returned. The bus outlives the watch.
-  static platform::Result<std::unique_ptr<DaemonWatch>> start(platform::linux::BusConnection& bus,
-                                                              Callback ready, Callback gone);
+  /// daemon's name has a new owner; `gone` at each change, before. Never before this has returned.
+  /// The bus outlives the watch.
+  DaemonWatch(platform::linux::BusConnection& bus, Callback ready, Callback gone);
 
  private:
-  DaemonWatch(platform::linux::BusConnection& bus, Callback ready, Callback gone)
-      : bus_(bus), ready_(std::move(ready)), gone_(std::move(gone)) {}
+  void daemonIs(bool isThere);
 
-  platform::ErrorOrNone askForSignOfLife();
-
-  platform::linux::BusConnection& bus_;
   Callback ready_;
   Callback gone_;
-  platform::linux::BusSlot ownerChanges_;
-  platform::linux::BusSlot pendingPing_;
+  bool isFollowed_ = false;
+  platform::linux::BusService daemon_;
 };
 
 }  // namespace wrixel2::companion

@@ -74,11 +74,11 @@ std::optional<RingingCall> GnomeCallsSource::ringingCall(const Dictionary& prope
 }
 
 void GnomeCallsSource::silence(const std::string& call) {
-  service().tell(call, kCall, "Silence", "The phone's own ringing goes on");
+  service().tell(call, kCall, "Silence", logger(), "The phone's own ringing goes on");
 }
 
 void GnomeCallsSource::hangUp(const std::string& call) {
-  service().tell(call, kCall, "Hangup", "The call is not rejected");
+  service().tell(call, kCall, "Hangup", logger(), "The call is not rejected");
 }
 
 }  // namespace wrixel2::companion

@@ -11,19 +11,15 @@ namespace wrixel2::companion {
 
 namespace {
 
-using platform::linux::BusMessage;
+using platform::Array;
 
 constexpr std::string_view kKey = "/org/gnome/desktop/notifications/show-banners";
 
 /// Whether dconf's Notify (a prefix, the paths below it, a tag) speaks of the key, by itself or as
 /// part of a folder, which ends with a slash.
-bool isAboutKey(const BusMessage& message) {
-  const auto arguments = message.arguments();
-  if (!arguments || message.signature() != "sass") {
-    return false;
-  }
-  const std::string& prefix = *(*arguments)[0].text();
-  const platform::Array& changes = *(*arguments)[1].array();
+bool isAboutKey(const Array& arguments) {
+  const std::string& prefix = *arguments[0].text();
+  const Array& changes = *arguments[1].array();
   return std::any_of(changes.begin(), changes.end(), [&prefix](const platform::Value& change) {
     const std::string path = prefix + *change.text();
     return path == kKey || (path.ends_with('/') && kKey.starts_with(path));
@@ -35,19 +31,20 @@ bool isAboutKey(const BusMessage& message) {
 GnomeDoNotDisturb::GnomeDoNotDisturb(platform::linux::LinuxRunLoop& loop,
                                      platform::linux::BusConnection& bus, platform::Log& log,
                                      std::string gsettings)
-    : loop_(loop), logger_(log, "GnomeDoNotDisturb"), gsettings_(std::move(gsettings)) {
-  auto changes = bus.addMatch(
-      "type='signal',sender='ca.desrt.dconf',interface='ca.desrt.dconf.Writer',member='Notify',"
-      "path='/ca/desrt/dconf/Writer/user'",
-      [this](const BusMessage& message) {
-        if (isAboutKey(message)) {
+    : loop_(loop),
+      logger_(log, "GnomeDoNotDisturb"),
+      gsettings_(std::move(gsettings)),
+      dconf_(bus, "ca.desrt.dconf") {
+  dconf_.onSignal(
+      "ca.desrt.dconf.Writer", "Notify", "sass",
+      [this](const platform::linux::BusMessage&, const Array& arguments) {
+        if (isAboutKey(arguments)) {
           ask();
         }
-      });
-  if (changes) {
-    changes_ = std::move(*changes);
-  }
-  ask();
+      },
+      ",path='/ca/desrt/dconf/Writer/user'");
+  // Changes before it is known who dconf is go unseen.
+  dconf_.start([this](bool) { ask(); });
 }
 
 void GnomeDoNotDisturb::ask() {

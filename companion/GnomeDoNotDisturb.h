@@ -7,7 +7,7 @@
 #include "companion/DoNotDisturbSource.h"
 #include "companion/ProgramOutput.h"
 #include "platform/Log.h"
-#include "platform/linux/SdBus.h"
+#include "platform/linux/BusService.h"
 
 namespace wrixel2::companion {
 
@@ -30,7 +30,7 @@ class GnomeDoNotDisturb final : public DoNotDisturbSource {
   platform::linux::LinuxRunLoop& loop_;
   platform::Logger logger_;
   std::string gsettings_;
-  platform::linux::BusSlot changes_;
+  platform::linux::BusService dconf_;
   std::unique_ptr<ProgramOutput> question_;
   bool isToBeAskedAgain_ = false;
 };

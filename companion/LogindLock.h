@@ -4,8 +4,7 @@
 #include <string>
 
 #include "companion/LockWitness.h"
-#include "companion/PropertyWatch.h"
-#include "platform/linux/SdBus.h"
+#include "platform/linux/PropertyWatch.h"
 
 namespace wrixel2::companion {
 
@@ -18,18 +17,14 @@ class LogindLock final : public LockWitness {
   void busLost();
 
  private:
-  void subscribe();
   void findSession();
   void findSessionOfProcess();
   void follow(const std::string& path);
 
   platform::linux::BusConnection* bus_ = nullptr;
-  platform::linux::BusSlot ownerChanges_;
-  platform::linux::BusSlot newSessions_;
-  platform::linux::BusSlot removedSessions_;
-  platform::linux::BusSlot pendingQuestion_;
+  std::unique_ptr<platform::linux::BusService> logind_;
   std::string session_;  ///< object path; empty while there is none
-  std::unique_ptr<PropertyWatch> watch_;
+  std::unique_ptr<platform::linux::PropertyWatch> watch_;
 };
 
 }  // namespace wrixel2::companion

@@ -126,7 +126,7 @@ std::optional<RingingCall> ModemManagerCallSource::ringingCall(const Dictionary&
 }
 
 void ModemManagerCallSource::hangUp(const std::string& call) {
-  service().tell(call, kCall, "Hangup", "The call is not rejected");
+  service().tell(call, kCall, "Hangup", logger(), "The call is not rejected");
 }
 
 }  // namespace wrixel2::companion

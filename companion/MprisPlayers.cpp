@@ -4,14 +4,15 @@
 #include <tuple>
 #include <utility>
 
-#include <fmt/format.h>
-
 namespace wrixel2::companion {
 
 namespace {
 
+using platform::Array;
 using platform::Value;
 using platform::linux::BusMessage;
+using platform::linux::BusService;
+using platform::linux::PropertyWatch;
 
 constexpr std::string_view kNamePrefix = "org.mpris.MediaPlayer2.";
 constexpr const char* kPath = "/org/mpris/MediaPlayer2";
@@ -21,54 +22,34 @@ constexpr const char* kDriver = "org.freedesktop.DBus";
 }  // namespace
 
 void MprisPlayers::setFollowing(bool isFollowing) {
-  if (isFollowing == static_cast<bool>(ownerChanges_)) {
+  if (isFollowing == static_cast<bool>(driver_)) {
     return;
   }
-  ownerChanges_.reset();
-  pendingNames_.reset();
+  driver_.reset();
   players_.clear();
   if (!isFollowing) {
     return;
   }
-  auto match = bus_.addMatch(
-      fmt::format("type='signal',sender='{0}',interface='{0}',member='NameOwnerChanged',"
-                  "arg0namespace='org.mpris.MediaPlayer2'",
-                  kDriver),
-      [this](const BusMessage& message) {
-        const auto arguments = message.arguments();
-        if (!arguments || message.signature() != "sss") {
-          return;
-        }
-        const std::string& name = *(*arguments)[0].text();
-        if ((*arguments)[2].text()->empty()) {
+  driver_ = std::make_unique<BusService>(bus_, kDriver);
+  driver_->onSignal(
+      kDriver, "NameOwnerChanged", "sss",
+      [this](const BusMessage&, const Array& arguments) {
+        const std::string& name = *arguments[0].text();
+        if (arguments[2].text()->empty()) {
           vanished(name);
         } else {
           appeared(name);
         }
-      });
-  if (match) {
-    ownerChanges_ = std::move(*match);
-  }
-  askForNames();
-}
-
-void MprisPlayers::askForNames() {
-  const auto request = bus_.newMethodCall({kDriver, "/org/freedesktop/DBus", kDriver}, "ListNames");
-  if (!request) {
-    return;
-  }
-  auto pending = bus_.callAsync(*request, [this](const BusMessage& reply) {
-    const auto arguments = reply.arguments();
-    if (reply.isError() || !arguments || reply.signature() != "as") {
-      return;
-    }
-    for (const Value& name : *arguments->front().array()) {
-      appeared(*name.text());
-    }
+      },
+      ",arg0namespace='org.mpris.MediaPlayer2'");
+  driver_->start([this](bool) {
+    driver_->ask("/org/freedesktop/DBus", kDriver, "ListNames", {}, {}, "as",
+                 [this](const BusMessage&, const Array& answer) {
+                   for (const Value& name : *answer.front().array()) {
+                     appeared(*name.text());
+                   }
+                 });
   });
-  if (pending) {
-    pendingNames_ = std::move(*pending);
-  }
 }
 
 void MprisPlayers::appeared(const std::string& name) {
@@ -78,8 +59,8 @@ void MprisPlayers::appeared(const std::string& name) {
   }
   Player& player = players_.emplace_back();
   player.name = name;
-  player.watch = PropertyWatch::start(
-      bus_, {name, kPath, kPlayer},
+  player.watch = std::make_unique<PropertyWatch>(
+      bus_, platform::linux::BusAddress{name, kPath, kPlayer},
       [this, name](const PropertyWatch::Properties& properties) { statusIs(name, properties); });
 }
 
@@ -110,20 +91,8 @@ void MprisPlayers::playPause() {
     logger_.info("There is no media player");
     return;
   }
-  auto request = bus_.newMethodCall({best->name, kPath, kPlayer}, "PlayPause");
-  if (!request) {
-    return;
-  }
-  request->setAutoStart(false);
-  auto pending =
-      bus_.callAsync(*request, [logger = logger_, name = best->name](const BusMessage& reply) {
-        if (reply.isError()) {
-          logger.warning(fmt::format("{} is not controlled: {}", name, description(reply.error())));
-        }
-      });
-  if (pending) {
-    pending->detach();
-  }
+  best->watch->service().tell(kPath, kPlayer, "PlayPause", logger_,
+                              best->name + " is not controlled");
 }
 
 }  // namespace wrixel2::companion

@@ -6,9 +6,8 @@
 #include <string>
 
 #include "companion/MediaControl.h"
-#include "companion/PropertyWatch.h"
 #include "platform/Log.h"
-#include "platform/linux/SdBus.h"
+#include "platform/linux/PropertyWatch.h"
 
 namespace wrixel2::companion {
 
@@ -32,19 +31,18 @@ class MprisPlayers final : public MediaControl {
     std::string name;
     bool isPlaying = false;
     std::uint64_t lastPlayed = 0;  ///< 0: never, else the higher the later
-    std::unique_ptr<PropertyWatch> watch;
+    std::unique_ptr<platform::linux::PropertyWatch> watch;
   };
 
-  void askForNames();
   void appeared(const std::string& name);
   void vanished(const std::string& name);
-  void statusIs(const std::string& name, const PropertyWatch::Properties& properties);
+  void statusIs(const std::string& name,
+                const platform::linux::PropertyWatch::Properties& properties);
 
   platform::linux::BusConnection& bus_;
   platform::Logger logger_;
-  platform::linux::BusSlot ownerChanges_;
-  platform::linux::BusSlot pendingNames_;
-  std::list<Player> players_;  ///< as they appeared
+  std::unique_ptr<platform::linux::BusService> driver_;  ///< while they are followed
+  std::list<Player> players_;                            ///< as they appeared
   std::uint64_t plays_ = 0;
 };
 

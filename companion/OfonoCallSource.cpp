@@ -93,7 +93,7 @@ std::optional<RingingCall> OfonoCallSource::ringingCall(const Dictionary& proper
 }
 
 void OfonoCallSource::hangUp(const std::string& call) {
-  service().tell(call, kCall, "Hangup", "The call is not rejected");
+  service().tell(call, kCall, "Hangup", logger(), "The call is not rejected");
 }
 
 }  // namespace wrixel2::companion

@@ -6,12 +6,11 @@
 namespace wrixel2::companion {
 
 PhoshDoNotDisturb::PhoshDoNotDisturb(platform::linux::BusConnection& bus)
-    : watch_(PropertyWatch::start(
-          bus, {"org.sigxcpu.Feedback", "/org/sigxcpu/Feedback", "org.sigxcpu.Feedback"},
-          [this](const PropertyWatch::Properties& properties) {
-            profile_ = properties ? platform::textForKey(*properties, "Profile") : std::nullopt;
-            update();
-          })) {}
+    : watch_(bus, {"org.sigxcpu.Feedback", "/org/sigxcpu/Feedback", "org.sigxcpu.Feedback"},
+             [this](const platform::linux::PropertyWatch::Properties& properties) {
+               profile_ = properties ? platform::textForKey(*properties, "Profile") : std::nullopt;
+               update();
+             }) {}
 
 void PhoshDoNotDisturb::setSilentProfiles(std::vector<std::string> profiles) {
   silentProfiles_ = std::move(profiles);

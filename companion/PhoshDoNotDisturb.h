@@ -1,12 +1,11 @@
 #pragma once
 
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "companion/DoNotDisturbSource.h"
-#include "companion/PropertyWatch.h"
+#include "platform/linux/PropertyWatch.h"
 
 namespace wrixel2::companion {
 
@@ -24,7 +23,7 @@ class PhoshDoNotDisturb final : public DoNotDisturbSource {
 
   std::vector<std::string> silentProfiles_;
   std::optional<std::string> profile_;  ///< none while the phone has no such daemon
-  std::unique_ptr<PropertyWatch> watch_;
+  platform::linux::PropertyWatch watch_;
 };
 
 }  // namespace wrixel2::companion

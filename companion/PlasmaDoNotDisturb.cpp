@@ -3,12 +3,11 @@
 namespace wrixel2::companion {
 
 PlasmaDoNotDisturb::PlasmaDoNotDisturb(platform::linux::BusConnection& bus)
-    : watch_(PropertyWatch::start(
-          bus,
-          {"org.freedesktop.Notifications", "/org/freedesktop/Notifications",
-           "org.freedesktop.Notifications"},
-          [this](const PropertyWatch::Properties& properties) {
-            setActive(properties && platform::boolForKey(*properties, "Inhibited"));
-          })) {}
+    : watch_(bus,
+             {"org.freedesktop.Notifications", "/org/freedesktop/Notifications",
+              "org.freedesktop.Notifications"},
+             [this](const platform::linux::PropertyWatch::Properties& properties) {
+               setActive(properties && platform::boolForKey(*properties, "Inhibited"));
+             }) {}
 
 }  // namespace wrixel2::companion

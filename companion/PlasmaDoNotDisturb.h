@@ -1,9 +1,7 @@
 #pragma once
 
-#include <memory>
-
 #include "companion/DoNotDisturbSource.h"
-#include "companion/PropertyWatch.h"
+#include "platform/linux/PropertyWatch.h"
 
 namespace wrixel2::companion {
 
@@ -14,7 +12,7 @@ class PlasmaDoNotDisturb final : public DoNotDisturbSource {
   explicit PlasmaDoNotDisturb(platform::linux::BusConnection& bus);
 
  private:
-  std::unique_ptr<PropertyWatch> watch_;
+  platform::linux::PropertyWatch watch_;
 };
 
 }  // namespace wrixel2::companion

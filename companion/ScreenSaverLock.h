@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "companion/LockWitness.h"
-#include "platform/linux/SdBus.h"
+#include "platform/linux/BusService.h"
 
 namespace wrixel2::companion {
 
@@ -16,23 +16,15 @@ class ScreenSaverLock final : public LockWitness {
  public:
   /// The service's name is that of its interface. Its object is at the first of the paths that
   /// answers. The bus outlives it.
-  ScreenSaverLock(platform::linux::BusConnection& bus, std::string service,
+  ScreenSaverLock(platform::linux::BusConnection& bus, const std::string& service,
                   std::vector<std::string> paths);
 
  private:
-  void subscribe();
   void ask(std::size_t pathIndex);
-  void answered(const platform::linux::BusMessage& reply, std::size_t pathIndex);
-  void ownerChanged(const std::string& owner);
-  void activeChanged(const platform::linux::BusMessage& message);
 
-  platform::linux::BusConnection& bus_;
-  std::string service_;
+  std::string interface_;
   std::vector<std::string> paths_;
-  std::string owner_;  ///< unique name; empty while nobody has answered
-  platform::linux::BusSlot ownerChanges_;
-  platform::linux::BusSlot activeChanges_;
-  platform::linux::BusSlot pendingQuestion_;
+  platform::linux::BusService service_;
 };
 
 }  // namespace wrixel2::companion

@@ -9,6 +9,7 @@ namespace wrixel2::companion {
 
 namespace {
 
+using platform::linux::PropertyWatch;
 using settings::ButtonAction;
 
 constexpr std::string_view kDaemonCenterName = "org.corvale.wrixel2dIpc";
@@ -29,10 +30,10 @@ Senses::Senses(const Surroundings& surroundings)
       players_(surroundings.sessionBus, log_),
       button_(loop_, log_, commands_, players_, calls_),
       lowBattery_(surroundings.userAlerts, surroundings.defaults),
-      daemonStatus_(PropertyWatch::start(
+      daemonStatus_(
           surroundings.sessionBus,
           {"org.corvale.wrixel2dIpc", "/org/corvale/wrixel2dIpc", "org.corvale.wrixel2d.Status"},
-          [this](const PropertyWatch::Properties& status) { daemonStatusIs(status); })),
+          [this](const PropertyWatch::Properties& status) { daemonStatusIs(status); }),
       systemBus_(loop_, *this) {
   calls_.addPreferredSource(gnomeCalls_);
   systemBus_.start();

@@ -12,9 +12,9 @@
 #include "companion/ModemManagerCallSource.h"
 #include "companion/MprisPlayers.h"
 #include "companion/OfonoCallSource.h"
-#include "companion/PropertyWatch.h"
 #include "companion/SleepHold.h"
 #include "platform/MessageCenter.h"
+#include "platform/linux/PropertyWatch.h"
 #include "platform/linux/SystemBus.h"
 
 namespace wrixel2::companion {
@@ -51,7 +51,7 @@ class Senses final : private platform::linux::SystemBusObserver {
  private:
   platform::ErrorOrNone busConnected(platform::linux::BusConnection& systemBus) override;
   void busUnavailable(const platform::Error& error) override;
-  void daemonStatusIs(const PropertyWatch::Properties& status);
+  void daemonStatusIs(const platform::linux::PropertyWatch::Properties& status);
 
   platform::linux::LinuxRunLoop& loop_;
   platform::Log& log_;
@@ -68,7 +68,7 @@ class Senses final : private platform::linux::SystemBusObserver {
   MprisPlayers players_;
   ButtonActions button_;
   LowBatteryAlert lowBattery_;
-  std::unique_ptr<PropertyWatch> daemonStatus_;
+  platform::linux::PropertyWatch daemonStatus_;
   bool isBusLossLogged_ = false;
   platform::linux::SystemBus systemBus_;
 };

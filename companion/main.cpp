@@ -177,16 +177,13 @@ int run(const Options& options) {
     return fail(error->localizedDescription);
   }
   showStatus();
-  const auto daemonWatch = companion::DaemonWatch::start(
+  const companion::DaemonWatch daemonWatch(
       phone.sessionBus(),
       [&shell, &senses] {
         shell.introduceToDaemon();
         senses.daemonIsReady();
       },
       [&shell] { shell.daemonGone(); });
-  if (!daemonWatch) {
-    return fail(daemonWatch.error().localizedDescription);
-  }
   return phone.runLoop().run();
 }
 

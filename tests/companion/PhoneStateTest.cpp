@@ -241,6 +241,22 @@ TEST_F(PhoneStateTest, AScreenSaverIsFollowedAsItComesAndGoes) {
   }
 }
 
+TEST_F(PhoneStateTest, AScreenSaverThatDoesNotAnswerIsHeardAllTheSame) {
+  constexpr const char* kName = "org.gnome.ScreenSaver";
+  constexpr const char* kPath = "/org/gnome/ScreenSaver";
+  int questions = 0;
+  add(kPath, {kName,
+              {{"GetActive", {}, {{"active", "b"}}, [&](const BusMessage&) { ++questions; }}},
+              {},
+              {}});
+  appear(kName);
+  ScreenSaverLock witness(*own, kName, {kPath});
+  settle();
+  EXPECT_EQ(questions, 1);
+  emit(kPath, kName, "ActiveChanged", "b", {true});
+  EXPECT_EQ(witness.isLocked(), true);
+}
+
 TEST_F(PhoneStateTest, LogindsHintIsFollowedAsSessionsComeAndGoAndRequestsAreNot) {
   constexpr const char* kLogind = "/org/freedesktop/login1";
   constexpr const char* kManager = "org.freedesktop.login1.Manager";

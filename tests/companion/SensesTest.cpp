@@ -3,6 +3,7 @@
 
 #include <stdlib.h>
 
+#include "companion/DaemonWatch.h"
 #include "companion/Senses.h"
 #include "platform/linux/SdBusMessageCenters.h"
 #include "platform/simulated/SimulatedClock.h"
@@ -101,6 +102,27 @@ TEST_F(SensesTest, TellsTheOwnerOfALowBattery) {
   makeSenses();
   serveUntil([this] { return !userAlerts.presented.empty(); });
   EXPECT_EQ(userAlerts.presented, Lines{"Band battery low: 14 % left"});
+}
+
+TEST_F(SensesTest, EachDaemonIsReadyOnce) {
+  std::string said;
+  const auto watch = [&] {
+    return std::make_unique<DaemonWatch>(
+        *own, [&said] { said += "ready;"; }, [&said] { said += "gone;"; });
+  };
+  const auto saidSince = [&] {
+    settle();
+    return std::exchange(said, {});
+  };
+  auto watching = watch();
+  EXPECT_EQ(said, "");
+  EXPECT_EQ(saidSince(), "ready;");
+  vanish("org.corvale.wrixel2dIpc");
+  EXPECT_EQ(saidSince(), "gone;");
+  watching = watch();
+  EXPECT_EQ(saidSince(), "ready;") << "there is none";
+  appear("org.corvale.wrixel2dIpc");
+  EXPECT_EQ(saidSince(), "gone;ready;") << "what was for none must wait for it";
 }
 
 }  // namespace

@@ -2,23 +2,19 @@
 #include <utility>
 #include <vector>
 
-#include "companion/PropertyWatch.h"
+#include "platform/linux/PropertyWatch.h"
 #include "tests/platform/linux/BusTest.h"
 
-namespace wrixel2::companion {
+namespace wrixel2::platform::linux {
 namespace {
 
-using platform::Array;
-using platform::Dictionary;
-using platform::Value;
-using platform::linux::BusSlot;
 using Told = std::vector<std::string>;
 
 constexpr const char* kLamp = "org.example.Lamp";
 constexpr const char* kPath = "/org/example/Lamp";
 
 /// A lamp that another program of the bus has, with two properties.
-class PropertyWatchTest : public platform::linux::BusTest {
+class PropertyWatchTest : public BusTest {
  protected:
   void appear() { ASSERT_EQ(other->requestName(kLamp), std::nullopt); }
   void exportLamp() {
@@ -29,27 +25,30 @@ class PropertyWatchTest : public platform::linux::BusTest {
                  {"Colour", "s", [this] { return reads++, Value(colour); }, nullptr}},
                 {}}));
   }
-  void watch() {
-    watching = PropertyWatch::start(
-        *own, {kLamp, kPath, kLamp}, [this](const PropertyWatch::Properties& properties) {
+  void watch(TimeInterval answerTime = BusConnection::kDefaultTimeout) {
+    watching = std::make_unique<PropertyWatch>(
+        *own, BusAddress{kLamp, kPath, kLamp},
+        [this](const PropertyWatch::Properties& properties) {
           told.push_back(!properties ? "none"
-                                     : platform::textForKey(*properties, "Colour").value_or("?") +
-                                           (platform::boolForKey(*properties, "On") ? " on" : ""));
+                                     : textForKey(*properties, "Colour").value_or("?") +
+                                           (boolForKey(*properties, "On") ? " on" : ""));
           if (isToBeDestroyed) {
             watching.reset();
           }
-        });
+        },
+        answerTime);
     EXPECT_TRUE(told.empty()) << "never before start() has returned";
   }
-  static void announce(const platform::linux::BusConnection& from, const Dictionary& changed,
+  static void announce(const BusConnection& from, const Dictionary& changed,
                        const Array& invalidated = {}) {
     from.emitSignal(kPath, "org.freedesktop.DBus.Properties", "PropertiesChanged", "sa{sv}as",
                     {kLamp, changed, invalidated});
   }
   /// What has been told since the last call, once all that is under way has arrived.
   Told toldSince() {
-    serveAll();
-    serveAll();  // and the answers to what that has caused to be asked
+    for (int round = 0; round < 3; ++round) {  // what is asked, and what is asked upon that
+      serveAll();
+    }
     return std::exchange(told, {});
   }
 
@@ -115,5 +114,28 @@ TEST_F(PropertyWatchTest, MissesNoChangeWhileItReads) {
   EXPECT_EQ(reads, 1);
 }
 
+TEST_F(PropertyWatchTest, AsksAgainWhatIsNotAnsweredInTime) {
+  exportLamp();
+  appear();
+  int unanswered = 2;
+  sd_bus_slot* slot = nullptr;
+  sd_bus_add_filter(
+      other->get(), &slot,
+      [](sd_bus_message* message, void* left, sd_bus_error*) {
+        return sd_bus_message_is_method_call(message, nullptr, "GetAll") > 0 &&
+                       (*static_cast<int*>(left))-- > 0
+                   ? 1
+                   : 0;
+      },
+      &unanswered);
+  const BusSlot filter(slot);
+  watch(std::chrono::milliseconds(20));
+  serveUntil([this] { return !told.empty(); });
+  EXPECT_EQ(unanswered, -1);
+  EXPECT_EQ(toldSince(), Told{"red"});
+  announce(*other, {{"On", true}});
+  EXPECT_EQ(toldSince(), Told{"red on"});
+}
+
 }  // namespace
-}  // namespace wrixel2::companion
+}  // namespace wrixel2::platform::linux
