@@ -77,7 +77,12 @@ std::string_view describe(Action action) {
 
 LiveView::LiveView(platform::linux::LinuxRunLoop& loop, const platform::Clock& clock,
                    platform::linux::BusConnection& bus, platform::Log& log)
-    : loop_(loop), clock_(clock), bus_(bus), distributedCenter_(bus, log), actions_(bus, log) {
+    : loop_(loop),
+      clock_(clock),
+      bus_(bus),
+      daemon_(bus, "org.corvale.wrixel2dIpc"),
+      distributedCenter_(bus, log, &daemon_),
+      actions_(bus) {
   view_.hints = hintsForBus();
 }
 
@@ -112,6 +117,7 @@ platform::ErrorOrNone LiveView::start() {
                  [this](std::string_view characteristic, platform::ByteView value) {
                    written(characteristic, value);
                  }});
+  daemon_.start({});
   measurements_ = distributedCenter_.addObserver(
       "org.corvale.wrixel2.measure", [this](const platform::Notification& notification) {
         view_.heartRate.measured(platform::intForKey(notification.userInfo, "heartRate"));
@@ -145,8 +151,7 @@ platform::ErrorOrNone LiveView::carryOut(Action action) {
       return error;
     }
     case Action::measure:
-      actions_.measure();
-      return std::nullopt;
+      return actions_.measure();
     case Action::walk:
       return actions_.walk();
     case Action::pressButton:

@@ -44,6 +44,7 @@ class LiveView {
   platform::linux::LinuxRunLoop& loop_;
   const platform::Clock& clock_;
   platform::linux::BusConnection& bus_;
+  platform::linux::BusService daemon_;
   platform::linux::SdBusDistributedNotificationCenter distributedCenter_;
   UserActions actions_;
   View view_;

@@ -61,8 +61,9 @@ ErrorOrNone UserActions::sendPhoneCall(const Dictionary& userInfo) {
   return callMethod(kDaemon, "phoneCall", "a{sv}", {userInfo});
 }
 
-void UserActions::measure() {
-  notifyCenter_.post("org.corvale.wrixel2prefs.preferencechanged/measure");
+ErrorOrNone UserActions::measure() {
+  return callMethod({kDaemon.destination, "/org/corvale/NotifyCenter", "org.corvale.NotifyCenter"},
+                    "Post", "s", {"org.corvale.wrixel2prefs.preferencechanged/measure"});
 }
 
 ErrorOrNone UserActions::walk() {

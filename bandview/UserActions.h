@@ -5,7 +5,6 @@
 
 #include "platform/Result.h"
 #include "platform/linux/BusConnection.h"
-#include "platform/linux/SdBusDarwinNotifyCenter.h"
 
 namespace wrixel2::bandview {
 
@@ -15,16 +14,15 @@ namespace wrixel2::bandview {
 /// Errors are sentences for the user; most mean that the program which should act is not there.
 class UserActions {
  public:
-  /// The bus and the log outlive it.
-  UserActions(platform::linux::BusConnection& bus, platform::Log& log)
-      : bus_(bus), notifyCenter_(bus, log) {}
+  /// The bus outlives it.
+  explicit UserActions(platform::linux::BusConnection& bus) : bus_(bus) {}
 
   /// A desktop notification, another one each time.
   platform::ErrorOrNone notify();
   platform::ErrorOrNone call();
   platform::ErrorOrNone hangUp();
-  /// Asks for one heart-rate measurement, as the settings' owner would. Not answered.
-  void measure();
+  /// Asks for one heart-rate measurement, as the settings' owner would.
+  platform::ErrorOrNone measure();
   /// A hundred steps on top of what the band has counted.
   platform::ErrorOrNone walk();
   platform::ErrorOrNone pressButton();
@@ -38,7 +36,6 @@ class UserActions {
                                    const platform::Array& arguments);
 
   platform::linux::BusConnection& bus_;
-  platform::linux::SdBusDarwinNotifyCenter notifyCenter_;
   std::size_t notifications_ = 0;
 };
 

@@ -1,17 +1,23 @@
 #include "ctl/BusSession.h"
 
+#include <list>
 #include <utility>
-#include <vector>
 
+#include <errno.h>
 #include <fmt/format.h>
+
+#include "ctl/ExitStatus.h"
+#include "platform/linux/BusService.h"
+#include "platform/linux/SdBusDistributedNotificationCenter.h"
 
 namespace wrixel2::ctl {
 
 namespace {
 
+using platform::Array;
 using platform::linux::BusAddress;
 using platform::linux::BusMessage;
-using platform::linux::BusSlot;
+using platform::linux::BusService;
 
 constexpr auto kAnswerTime = std::chrono::seconds(5);
 constexpr const char* kNotifyPath = "/org/corvale/NotifyCenter";
@@ -19,7 +25,7 @@ constexpr const char* kNotifyInterface = "org.corvale.NotifyCenter";
 constexpr const char* kDistributedPath = "/org/corvale/DistributedNotificationCenter";
 constexpr const char* kDistributedInterface = "org.corvale.DistributedNotificationCenter";
 constexpr const char* kPosted = "Posted";
-constexpr const char* kDictionary = "a{sv}";
+constexpr const char* kDistributedArguments = "ssa{sv}";
 
 /// Where a program is, with the interface of its properties.
 BusAddress propertiesOf(Peer peer) {
@@ -29,42 +35,11 @@ BusAddress propertiesOf(Peer peer) {
   return {"org.corvale.wrixel2Ipc", "/org/corvale/wrixel2Ipc", "org.corvale.wrixel2.Companion"};
 }
 
-/// The matches of one follow().
+/// The programs that one follow() is about.
 class Following final : public platform::Observation {
  public:
-  std::vector<BusSlot> slots;
+  std::list<BusService> services;
 };
-
-void receiveProperties(const SessionEvents& events, const BusMessage& message) {
-  const auto arguments = message.arguments();
-  if (!arguments || arguments->size() < 2 || (*arguments)[0].text() == nullptr ||
-      *(*arguments)[0].text() != propertiesOf(Peer::daemon).interface) {
-    return;
-  }
-  if (const auto* changed = (*arguments)[1].dictionary()) {
-    events.statusChanged(*changed);
-  }
-}
-
-void receivePosting(const SessionEvents& events, const BusMessage& message) {
-  const auto arguments = message.arguments();
-  if (arguments && message.signature() == "s") {
-    events.posted(*arguments->front().text());
-  }
-}
-
-void receiveDistributed(const SessionEvents& events, const BusMessage& message) {
-  const auto arguments = message.arguments();
-  if (!arguments || message.signature() != "ssa{sv}") {
-    return;
-  }
-  platform::Notification notification{*(*arguments)[0].text(), std::nullopt,
-                                      *(*arguments)[2].dictionary()};
-  if (!(*arguments)[1].text()->empty()) {
-    notification.object = *(*arguments)[1].text();
-  }
-  events.distributed(notification);
-}
 
 }  // namespace
 
@@ -110,67 +85,75 @@ platform::Result<std::optional<platform::Dictionary>> BusSession::properties(Pee
 
 platform::ErrorOrNone BusSession::tellDaemon(std::string_view message,
                                              const platform::Dictionary& userInfo) {
-  BusAddress address = propertiesOf(Peer::daemon);
-  address.interface = address.destination;
-  auto call = bus_->newMethodCall(address, message, kDictionary, {userInfo});
+  const BusAddress daemon = propertiesOf(Peer::daemon);
+  return callDaemon({{}, daemon.path, daemon.destination}, message, "a{sv}", {userInfo});
+}
+
+platform::ErrorOrNone BusSession::post(std::string_view name) {
+  return callDaemon({{}, kNotifyPath, kNotifyInterface}, "Post", "s", {name});
+}
+
+platform::ErrorOrNone BusSession::post(const platform::Notification& notification) {
+  return callDaemon({{}, kDistributedPath, kDistributedInterface}, "Post", kDistributedArguments,
+                    {notification.name, notification.object.value_or(""), notification.userInfo});
+}
+
+platform::ErrorOrNone BusSession::callDaemon(BusAddress object, std::string_view member,
+                                             std::string_view signature, const Array& arguments) {
+  object.destination = propertiesOf(Peer::daemon).destination;
+  auto call = bus_->newMethodCall(object, member, signature, arguments);
   if (!call) {
     return call.error();
   }
   call->setAutoStart(false);
   const auto reply = bus_->call(*call, kAnswerTime);
+  if (!reply && (reply.error().code == ENXIO || reply.error().code == EHOSTUNREACH)) {
+    return failure(ExitStatus::notRunning, "the daemon does not run");
+  }
   return reply ? std::nullopt : platform::ErrorOrNone(reply.error());
-}
-
-platform::ErrorOrNone BusSession::post(std::string_view name) {
-  return bus_->emitSignal(kNotifyPath, kNotifyInterface, kPosted, "s", {name});
-}
-
-platform::ErrorOrNone BusSession::post(const platform::Notification& notification) {
-  return bus_->emitSignal(
-      kDistributedPath, kDistributedInterface, kPosted, "ssa{sv}",
-      {notification.name, notification.object.value_or(""), notification.userInfo});
 }
 
 platform::Result<std::unique_ptr<platform::Observation>> BusSession::follow(SessionEvents events) {
   const auto shared = std::make_shared<SessionEvents>(std::move(events));
   auto following = std::make_unique<Following>();
-  platform::ErrorOrNone failed;
-  const auto keep = [&](platform::Result<BusSlot> slot) {
-    if (slot) {
-      following->slots.push_back(std::move(*slot));
-    } else {
-      failed = slot.error();
+  for (const Peer peer : {Peer::daemon, Peer::companion}) {
+    const BusAddress status = propertiesOf(peer);
+    BusService& service = following->services.emplace_back(*bus_, status.destination);
+    if (peer == Peer::daemon && shared->statusChanged) {
+      service.onSignal(
+          "org.freedesktop.DBus.Properties", "PropertiesChanged", "sa{sv}as",
+          [shared](const BusMessage&, const Array& arguments) {
+            shared->statusChanged(*arguments[1].dictionary());
+          },
+          fmt::format(",path='{}',arg0='{}'", status.path, status.interface));
     }
-  };
-  const auto match = [&](const std::string& rule, platform::linux::BusConnection::Callback then) {
-    keep(bus_->addMatch("type='signal'," + rule, std::move(then)));
-  };
-  if (shared->peerChanged) {
-    for (const Peer peer : {Peer::daemon, Peer::companion}) {
-      keep(bus_->watchOwner(
-          propertiesOf(peer).destination,
-          [shared, peer](const std::string& owner) { shared->peerChanged(peer, !owner.empty()); }));
+    if (shared->posted) {
+      service.onSignal(
+          kNotifyInterface, kPosted, "s",
+          [shared](const BusMessage&, const Array& arguments) {
+            shared->posted(*arguments[0].text());
+          },
+          fmt::format(",path='{}'", kNotifyPath));
     }
-  }
-  if (shared->statusChanged) {
-    const BusAddress daemon = propertiesOf(Peer::daemon);
-    match(fmt::format("sender='{}',path='{}',interface='org.freedesktop.DBus.Properties',"
-                      "member='PropertiesChanged'",
-                      daemon.destination, daemon.path),
-          [shared](const BusMessage& message) { receiveProperties(*shared, message); });
-  }
-  if (shared->posted) {
-    match(
-        fmt::format("path='{}',interface='{}',member='{}'", kNotifyPath, kNotifyInterface, kPosted),
-        [shared](const BusMessage& message) { receivePosting(*shared, message); });
-  }
-  if (shared->distributed) {
-    match(fmt::format("path='{}',interface='{}',member='{}'", kDistributedPath,
-                      kDistributedInterface, kPosted),
-          [shared](const BusMessage& message) { receiveDistributed(*shared, message); });
-  }
-  if (failed) {
-    return *failed;
+    if (shared->distributed) {
+      service.onSignal(
+          kDistributedInterface, kPosted, kDistributedArguments,
+          [shared, peer](const BusMessage&, const Array& arguments) {
+            shared->distributed(
+                peer,
+                platform::linux::SdBusDistributedNotificationCenter::notificationFromArguments(
+                    arguments));
+          },
+          fmt::format(",path='{}'", kDistributedPath));
+    }
+    const auto error = service.startAndWait([shared, peer](bool runs) {
+      if (shared->peerChanged) {
+        shared->peerChanged(peer, runs);
+      }
+    });
+    if (error) {
+      return *error;
+    }
   }
   return std::unique_ptr<platform::Observation>(std::move(following));
 }

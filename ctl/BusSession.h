@@ -29,6 +29,9 @@ class BusSession final : public Session {
   BusSession(platform::linux::LinuxRunLoop& loop,
              std::unique_ptr<platform::linux::BusConnection> bus);
 
+  platform::ErrorOrNone callDaemon(platform::linux::BusAddress object, std::string_view member,
+                                   std::string_view signature, const platform::Array& arguments);
+
   platform::linux::LinuxRunLoop& loop_;
   std::unique_ptr<platform::linux::BusConnection> bus_;
   bool isLost_ = false;

@@ -39,9 +39,10 @@ ExitStatus MeasureCommand::run(const Context& context) {
   }
   std::optional<std::int64_t> reading;
   SessionEvents events;
-  events.distributed = [&reading](const platform::Notification& notification) {
+  events.distributed = [&reading](Peer by, const platform::Notification& notification) {
     const auto* value = platform::find(notification.userInfo, "heartRate");
-    if (notification.name == "org.corvale.wrixel2.measure" && value != nullptr) {
+    if (by == Peer::daemon && notification.name == "org.corvale.wrixel2.measure" &&
+        value != nullptr) {
       reading = value->longValue();
     }
   };

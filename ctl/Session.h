@@ -20,8 +20,9 @@ enum class Peer : std::uint8_t { daemon, companion };
 struct SessionEvents {
   /// The daemon's status properties that have another value now.
   std::function<void(const platform::Dictionary& changed)> statusChanged;
+  /// What one of the two has posted; nobody else is believed.
   std::function<void(const std::string& name)> posted;
-  std::function<void(const platform::Notification& notification)> distributed;
+  std::function<void(Peer by, const platform::Notification& notification)> distributed;
   /// A program came, or went.
   std::function<void(Peer peer, bool runs)> peerChanged;
 };
@@ -40,6 +41,7 @@ class Session {
   /// A message to the daemon, which has answered it when this returns.
   virtual platform::ErrorOrNone tellDaemon(std::string_view message,
                                            const platform::Dictionary& userInfo) = 0;
+  /// To the daemon, which has it queued for its observers when these return.
   virtual platform::ErrorOrNone post(std::string_view name) = 0;
   virtual platform::ErrorOrNone post(const platform::Notification& notification) = 0;
 

@@ -54,8 +54,8 @@ ExitStatus StepsCommand::run(const Context& context) {
   }
   std::optional<platform::Dictionary> report;
   SessionEvents events;
-  events.distributed = [&report](const platform::Notification& notification) {
-    if (notification.name == "org.corvale.wrixel2.capabilities") {
+  events.distributed = [&report](Peer by, const platform::Notification& notification) {
+    if (by == Peer::daemon && notification.name == "org.corvale.wrixel2.capabilities") {
       report = notification.userInfo;
     }
   };

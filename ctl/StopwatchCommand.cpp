@@ -97,8 +97,8 @@ ExitStatus StopwatchCommand::stop(const Context& context) {
   }
   std::optional<std::string> elapsed;
   SessionEvents events;
-  events.distributed = [&elapsed](const platform::Notification& notification) {
-    if (notification.name == "org.corvale.wrixel2.stopwatch") {
+  events.distributed = [&elapsed](Peer by, const platform::Notification& notification) {
+    if (by == Peer::daemon && notification.name == "org.corvale.wrixel2.stopwatch") {
       elapsed = platform::textForKey(notification.userInfo, "timeDifference").value_or("");
     }
   };

@@ -39,7 +39,7 @@ ExitStatus WatchCommand::run(const Context& context) {
     }
   };
   events.posted = [&show](const std::string& name) { show(EventText::ofPosting(name)); };
-  events.distributed = [&show](const platform::Notification& notification) {
+  events.distributed = [&show](Peer, const platform::Notification& notification) {
     show(EventText::ofNotification(notification));
   };
   events.peerChanged = [&show](Peer peer, bool runs) {

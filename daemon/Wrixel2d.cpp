@@ -192,6 +192,12 @@ void Wrixel2d::addDistributedObservers() {
   observe("org.corvale.wrixel2.measure", &MeasurementScheduler::measureHrNotification);
   observe("org.corvale.wrixel2.steps", &MeasurementScheduler::measureStepsNotification);
   observe("org.corvale.wrixel2.stopwatch", &MeasurementScheduler::stopWatchStop);
+  // The band's session observes these, at times; at others a posting of theirs is no error.
+  for (const auto name :
+       {mbble::MBCentralManager::kCapabilityRequest, mbble::MBPeripheral::kDeviceUnlocked}) {
+    observations_.push_back(platform_.distributedNotificationCenter.addObserver(
+        name, [](const platform::Notification&) {}));
+  }
 }
 
 // Messages of the shell companion ----------------------------------------------------------------

@@ -37,6 +37,7 @@ platform::linux::LinuxPlatformOptions platformOptions(const daemon::CommandLine&
   result.showsPrivate = options.logPrivate;
   result.root = options.root;
   result.systemVersion = options.systemVersion;
+  result.publisher = "org.corvale.wrixel2Ipc";
   return result;
 }
 

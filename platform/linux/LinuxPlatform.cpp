@@ -48,7 +48,9 @@ Result<std::unique_ptr<LinuxPlatform>> LinuxPlatform::create(const LinuxPlatform
   if (!bus) {
     return bus.error();
   }
-  platform->connect(std::move(*bus));
+  if (auto error = platform->connect(std::move(*bus), options.publisher)) {
+    return std::move(*error);
+  }
   return platform;
 }
 
@@ -61,7 +63,8 @@ LinuxPlatform::LinuxPlatform(const LinuxPlatformOptions& options, LinuxPaths pat
       healthStore_(paths_.healthDatabase),
       systemInfo_{options.systemVersion, paths_.lockFile, paths_.infoPlist} {}
 
-void LinuxPlatform::connect(std::unique_ptr<BusConnection> sessionBus) {
+ErrorOrNone LinuxPlatform::connect(std::unique_ptr<BusConnection> sessionBus,
+                                   const std::string& publisher) {
   sessionBus_ = std::move(sessionBus);
   sessionBus_->onDisconnected([this] {
     Logger(*log_, "LinuxPlatform").error("The session bus is gone");
@@ -72,10 +75,22 @@ void LinuxPlatform::connect(std::unique_ptr<BusConnection> sessionBus) {
     }
   });
   messageCenters_ = std::make_unique<SdBusMessageCenters>(*sessionBus_, *log_);
-  darwinNotifyCenter_ = std::make_unique<SdBusDarwinNotifyCenter>(*sessionBus_, *log_);
+  if (!publisher.empty()) {
+    publisher_ = std::make_unique<BusService>(*sessionBus_, publisher);
+  }
+  darwinNotifyCenter_ =
+      std::make_unique<SdBusDarwinNotifyCenter>(*sessionBus_, *log_, publisher_.get());
   distributedNotificationCenter_ =
-      std::make_unique<SdBusDistributedNotificationCenter>(*sessionBus_, *log_);
+      std::make_unique<SdBusDistributedNotificationCenter>(*sessionBus_, *log_, publisher_.get());
   objectExporter_ = std::make_unique<SdBusObjectExporter>(*sessionBus_);
+  if (publisher_ == nullptr) {
+    return std::nullopt;
+  }
+  auto error = publisher_->startAndWait();
+  if (!error) {
+    error = darwinNotifyCenter_->serveCallers();
+  }
+  return error ? error : distributedNotificationCenter_->serveCallers();
 }
 
 Platform LinuxPlatform::platform(BluetoothRadio& radio) {

@@ -42,6 +42,9 @@ struct LinuxPlatformOptions {
   bool showsPrivate = false;
   std::optional<std::string> root;
   std::string systemVersion = "9.0";
+  /// The bus name of the program whose postings are believed, and with which this one takes those
+  /// of others by method. Empty: observers get this program's own alone.
+  std::string publisher;
 };
 
 /// All real backends of one program but the radio, over one connection to the session bus.
@@ -73,7 +76,7 @@ class LinuxPlatform {
 
  private:
   LinuxPlatform(const LinuxPlatformOptions& options, LinuxPaths paths);
-  void connect(std::unique_ptr<BusConnection> sessionBus);
+  ErrorOrNone connect(std::unique_ptr<BusConnection> sessionBus, const std::string& publisher);
 
   // Members are destroyed from the last to the first: what uses the loop and the bus goes first.
   std::unique_ptr<Log> log_;
@@ -90,6 +93,7 @@ class LinuxPlatform {
   Task sessionBusLost_;
   std::unique_ptr<BusConnection> sessionBus_;
   std::unique_ptr<SdBusMessageCenters> messageCenters_;
+  std::unique_ptr<BusService> publisher_;
   std::unique_ptr<SdBusDarwinNotifyCenter> darwinNotifyCenter_;
   std::unique_ptr<SdBusDistributedNotificationCenter> distributedNotificationCenter_;
   std::unique_ptr<SdBusObjectExporter> objectExporter_;

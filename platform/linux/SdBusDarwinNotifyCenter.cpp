@@ -4,8 +4,10 @@
 
 namespace wrixel2::platform::linux {
 
-SdBusDarwinNotifyCenter::SdBusDarwinNotifyCenter(BusConnection& connection, Log& log)
-    : postings_(connection, log, "/org/corvale/NotifyCenter", "org.corvale.NotifyCenter", "s") {}
+SdBusDarwinNotifyCenter::SdBusDarwinNotifyCenter(BusConnection& connection, Log& log,
+                                                 BusService* publisher)
+    : postings_(connection, log, "/org/corvale/NotifyCenter", "org.corvale.NotifyCenter",
+                {{"name", "s"}}, publisher) {}
 
 std::unique_ptr<Observation> SdBusDarwinNotifyCenter::addObserver(std::string_view name,
                                                                   SuspensionBehavior /*behavior*/,

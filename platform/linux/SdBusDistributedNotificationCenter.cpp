@@ -3,9 +3,8 @@
 #include <utility>
 
 namespace wrixel2::platform::linux {
-namespace {
 
-Notification notificationFromArguments(const Array& arguments) {
+Notification SdBusDistributedNotificationCenter::notificationFromArguments(const Array& arguments) {
   Notification notification{*arguments[0].text(), std::nullopt, *arguments[2].dictionary()};
   if (!arguments[1].text()->empty()) {
     notification.object = *arguments[1].text();
@@ -13,12 +12,12 @@ Notification notificationFromArguments(const Array& arguments) {
   return notification;
 }
 
-}  // namespace
-
 SdBusDistributedNotificationCenter::SdBusDistributedNotificationCenter(BusConnection& connection,
-                                                                       Log& log)
+                                                                       Log& log,
+                                                                       BusService* publisher)
     : postings_(connection, log, "/org/corvale/DistributedNotificationCenter",
-                "org.corvale.DistributedNotificationCenter", "ssa{sv}") {}
+                "org.corvale.DistributedNotificationCenter",
+                {{"name", "s"}, {"object", "s"}, {"userInfo", "a{sv}"}}, publisher) {}
 
 std::unique_ptr<Observation> SdBusDistributedNotificationCenter::addObserver(std::string_view name,
                                                                              Callback callback) {

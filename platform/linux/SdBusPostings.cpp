@@ -10,7 +10,7 @@
 namespace wrixel2::platform::linux {
 namespace {
 
-constexpr const char* kMember = "Posted";
+constexpr const char* kSignal = "Posted";
 
 }  // namespace
 
@@ -53,12 +53,14 @@ class SdBusPostings::BusObservation final : public Observation {
 };
 
 SdBusPostings::SdBusPostings(BusConnection& connection, Log& log, std::string_view path,
-                             std::string_view interface, std::string_view signature)
+                             std::string_view interface, std::vector<ExportedArgument> arguments,
+                             BusService* publisher)
     : connection_(connection),
       logger_(log, "SdBusPostings"),
       path_(path),
       interface_(interface),
-      signature_(signature) {}
+      arguments_(std::move(arguments)),
+      publisher_(publisher) {}
 
 std::unique_ptr<Observation> SdBusPostings::addObserver(std::string_view name, Callback callback) {
   return std::make_unique<BusObservation>(groupNamed(name), std::move(callback));
@@ -71,27 +73,17 @@ std::shared_ptr<SdBusPostings::Group> SdBusPostings::groupNamed(std::string_view
   }
   auto group = std::make_shared<Group>();
   known = group;
-  const auto received = [weak = known, logger = logger_, own = connection_.uniqueName(),
-                         signature = signature_,
-                         wanted = std::string(name)](const BusMessage& message) {
-    const auto present = weak.lock();
-    if (!present || message.sender() == own) {
-      return;
-    }
-    auto arguments = message.arguments();
-    if (!arguments || message.signature() != signature) {
-      logger.warning(fmt::format("A posting of {} from {} is dropped: {}", wanted, message.sender(),
-                                 arguments
-                                     ? fmt::format("its arguments are \"{}\"", message.signature())
-                                     : description(arguments.error())));
-      return;
-    }
-    Group::deliver(present->present(), *arguments);
-  };
-  auto slot = connection_.addMatch(
-      fmt::format("type='signal',path='{}',interface='{}',member='{}',arg0='{}'", path_, interface_,
-                  kMember, name),
-      received);
+  if (publisher_ == nullptr) {
+    return group;
+  }
+  auto slot = publisher_->matchSignal(
+      interface_, kSignal, signatureOf(arguments_),
+      [weak = known](const BusMessage&, const Array& arguments) {
+        if (const auto present = weak.lock()) {
+          Group::deliver(present->present(), arguments);
+        }
+      },
+      fmt::format(",path='{}',arg0='{}'", path_, name));
   if (slot) {
     group->match = std::move(*slot);
   } else {
@@ -99,6 +91,33 @@ std::shared_ptr<SdBusPostings::Group> SdBusPostings::groupNamed(std::string_view
                               description(slot.error())));
   }
   return group;
+}
+
+ErrorOrNone SdBusPostings::serveCallers() {
+  auto slot = connection_.addInterface(
+      path_, {interface_,
+              {{"Post", arguments_, {}, [this](const BusMessage& call) { called(call); }}},
+              {},
+              {{kSignal, arguments_}}});
+  if (!slot) {
+    return slot.error();
+  }
+  calls_ = std::move(*slot);
+  return std::nullopt;
+}
+
+void SdBusPostings::called(const BusMessage& call) const {
+  const auto arguments = call.arguments();
+  const auto found = arguments ? groups_.find(*arguments->front().text()) : groups_.end();
+  if (found == groups_.end()) {
+    call.replyError(SD_BUS_ERROR_INVALID_ARGS, arguments ? "Postings of this name have no effect"
+                                                         : arguments.error().localizedDescription);
+    return;
+  }
+  call.reply({}, {});
+  if (const auto group = found->second.lock()) {
+    Group::deliver(group->present(), *arguments);
+  }
 }
 
 void SdBusPostings::post(Array arguments) {
@@ -111,7 +130,7 @@ void SdBusPostings::post(Array arguments) {
     }
   }
   if (const auto error =
-          connection_.emitSignal(path_, interface_, kMember, signature_, arguments)) {
+          connection_.emitSignal(path_, interface_, kSignal, signatureOf(arguments_), arguments)) {
     logger_.error(
         fmt::format("The posting of {} reaches no other program: {}", *name, description(*error)));
   }

@@ -39,7 +39,6 @@ constexpr std::size_t kMacLength = 6;
 constexpr std::size_t kMacTextLength = 17;
 
 constexpr std::string_view kShellCompanion = "org.corvale.wrixel2Ipc";
-constexpr std::string_view kCapabilityRequest = "org.corvale.wrixel2.capReq";
 constexpr std::string_view kCapabilities = "org.corvale.wrixel2.capabilities";
 constexpr std::string_view kSteps = "org.corvale.wrixel2.steps";
 constexpr std::string_view kStopwatch = "org.corvale.wrixel2.stopwatch";

@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/Log.h"
@@ -44,6 +45,9 @@ class MBCentralManager final : public bleobjects::YMSCBCentralManager,
   using ScanCallback =
       platform::UniqueFunction<void(const std::shared_ptr<MBPeripheral>& peripheral,
                                     std::optional<int> rssi, const platform::ErrorOrNone& error)>;
+
+  /// The distributed notification that is observed while the radio is on.
+  static constexpr std::string_view kCapabilityRequest = "org.corvale.wrixel2.capReq";
 
   /// Makes the process's manager on the first call; later calls return that one and ignore what
   /// they are given. The key provider outlives it, which lives as long as the process.

@@ -24,7 +24,6 @@ using mbservices::weakSelf;
 using platform::ErrorOrNone;
 
 namespace {
-constexpr std::string_view kDeviceUnlocked = "org.corvale.wrixel2.devUnlocked";
 
 /// What the control service tells of its own accord.
 constexpr std::array kControlNotifications{mbservices::MB_CHAR_BATTERY, mbservices::MB_CHAR_STEPS,

@@ -30,6 +30,9 @@ class MBPeripheral final : public mbservices::BandPeripheral {
  public:
   using Completion = platform::UniqueFunction<void(const platform::ErrorOrNone& error)>;
 
+  /// The distributed notification that each band observes.
+  static constexpr std::string_view kDeviceUnlocked = "org.corvale.wrixel2.devUnlocked";
+
   /// The central keeps the session too (SessionManager). The MAC address is text, lower case with
   /// colons. The key provider and the state outlive the band.
   static std::shared_ptr<MBPeripheral> create(

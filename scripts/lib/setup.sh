@@ -28,6 +28,8 @@ wrixel2_run_packages=(
 wrixel2_test_packages=(
   "${wrixel2_run_packages[@]}"
   libgtest-dev:lib=gtest
+  libglib2.0-bin:cmd=gdbus
+  xdg-dbus-proxy:cmd=xdg-dbus-proxy
   clang-19:cmd=clang++-19
   clang-format-19:cmd=clang-format-19
   clang-tidy-19:cmd=clang-tidy-19

@@ -221,6 +221,13 @@ TEST_F(WaitTest, EndsByWhatHappensOrByItsTime) {
     std::string inErrors;
   } kCases[] = {
       {"measure", [this] { heartRate(89s, 72); }, done, "72 bpm\n", ""},
+      {"measure",
+       [&] {
+         world.postDistributed("org.corvale.wrixel2.measure", {{"heartRate", 222}},
+                               Peer::companion);
+         heartRate(1s, 72);
+       },
+       done, "72 bpm\n", ""},
       {"measure --json", [this] { heartRate(1s, 72); }, done, "{\"heartRate\":72}\n", ""},
       {"measure", twoRates(60s, 64), done, "64 bpm\n", ""},
       {"measure", twoRates(40s, 0), timedOut, "", "could not read the heart rate"},

@@ -45,9 +45,10 @@ struct FakeWorld {
       events.statusChanged(changed);
     }
   }
-  void postDistributed(const std::string& name, const platform::Dictionary& userInfo) const {
+  void postDistributed(const std::string& name, const platform::Dictionary& userInfo,
+                       Peer by = Peer::daemon) const {
     if (events.distributed) {
-      events.distributed({name, std::nullopt, userInfo});
+      events.distributed(by, {name, std::nullopt, userInfo});
     }
   }
 

@@ -104,14 +104,21 @@ TEST_F(CtlSessionTest, WatchTellsWhatTheOthersDo) {
   startBoth();
   const auto watch = start({WRIXEL2CTL_PATH, "watch", "--json"});
   waitForBand();
-  waitUntil("the watch follows", [&] {
-    post("org.example.hello");
-    return watch->output().find("\"name\":\"org.example.hello\"") != std::string::npos;
+  const auto tells = [&](const char* part) {
+    return watch->output().find(part) != std::string::npos;
+  };
+  waitUntil("the watch follows", [&, steps = 0U]() mutable {
+    setBandProperty("Steps", "u", ++steps);
+    return tells(R"("event":"status","property":"Steps")");
   });
-  setBandProperty("Steps", "u", 17);
-  waitUntil("the steps are told", [&] {
-    return watch->output().find(R"("event":"status","property":"Steps")") != std::string::npos;
-  });
+  // What somebody else posts it does not tell.
+  bus_->emitSignal("/org/corvale/NotifyCenter", "org.corvale.NotifyCenter", "Posted", "s",
+                   {"org.example.hello"});
+  writeSettings("connectedMode = 1\ntimeout = 7\n");
+  waitUntil("the companion's posting is told",
+            [&] { return tells(R"("name":"org.corvale.wrixel2prefs.preferencechanged/hk")"); });
+  EXPECT_FALSE(tells("org.example.hello"));
+  EXPECT_TRUE(tells(R"("name":"org.corvale.wrixel2.capabilities")"));
   watch->signal(SIGINT);
   waitForExit(*watch, 0);
 }

@@ -157,10 +157,20 @@ void SessionTest::bulletin(const std::string& app, const std::string& title,
   tell("bulletinRequest", {{"sectionID", app}, {"title", title}, {"message", message}});
 }
 
+platform::Result<BusMessage> SessionTest::callPost(const BusConnection& from,
+                                                   const std::string& signature,
+                                                   const Array& arguments) {
+  const std::string center =
+      arguments.size() == 1 ? "NotifyCenter" : "DistributedNotificationCenter";
+  const auto call =
+      from.newMethodCall({kDaemonName, "/org/corvale/" + center, "org.corvale." + center}, "Post",
+                         signature, arguments);
+  return from.call(*call);
+}
+
 void SessionTest::post(const std::string& name) const {
-  EXPECT_EQ(bus_->emitSignal("/org/corvale/NotifyCenter", "org.corvale.NotifyCenter", "Posted", "s",
-                             {name}),
-            std::nullopt);
+  const auto reply = callPost(*bus_, "s", {name});
+  EXPECT_TRUE(reply) << reply.error().localizedDescription;
 }
 
 void SessionTest::notify(const std::string& app, const std::string& summary,

@@ -84,6 +84,10 @@ class SessionTest : public testing::Test {
   /// A message to the daemon, as the companion would send it.
   void tell(const std::string& message, const Dictionary& userInfo = {}) const;
   void bulletin(const std::string& app, const std::string& title, const std::string& message) const;
+  /// A posting to the daemon's notify center, or with three arguments to the distributed one.
+  static platform::Result<BusMessage> callPost(const BusConnection& from,
+                                               const std::string& signature,
+                                               const Array& arguments);
   void post(const std::string& name) const;
   /// As an app does.
   void notify(const std::string& app, const std::string& summary, const std::string& body,

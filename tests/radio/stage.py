@@ -320,10 +320,11 @@ class Stage:
         self.bus.send_message(call)
 
     def post(self, name):
-        signal_message = dbus.lowlevel.SignalMessage("/" + DARWIN.replace(".", "/"), DARWIN,
-                                                     "Posted")
-        signal_message.append(name, signature="s")
-        self.bus.send_message(signal_message)
+        call = dbus.lowlevel.MethodCallMessage(DAEMON, "/" + DARWIN.replace(".", "/"), DARWIN,
+                                               "Post")
+        call.append(name, signature="s")
+        call.set_no_reply(True)
+        self.bus.send_message(call)
 
     def change_settings(self, suffix="", **settings):
         self.companion.settings.update(settings)

@@ -193,7 +193,11 @@ TEST_F(MessageCenterTest, SignalsAndMessagesOfOneSenderKeepTheirOrder) {
     center.registerForMessageName(
         name, [&](std::string_view message, const Dictionary&) { order += message; });
   }
-  SdBusDarwinNotifyCenter ours(*own, log);
+  ASSERT_FALSE(other->requestName("org.example.Publisher"));
+  BusService publisher(*own, "org.example.Publisher");
+  ASSERT_FALSE(publisher.startAndWait());
+  SdBusDarwinNotifyCenter ours(*own, log, &publisher);
+  ASSERT_FALSE(ours.serveCallers());
   const auto note = [&](std::string_view name) { order += name; };
   const auto before = ours.addObserver("b", SuspensionBehavior::coalesce, note);
   const auto after = ours.addObserver("a", SuspensionBehavior::deliverImmediately, note);
@@ -203,9 +207,12 @@ TEST_F(MessageCenterTest, SignalsAndMessagesOfOneSenderKeepTheirOrder) {
   sender.sendMessageName("m");
   theirs.post("a");
   sender.sendMessageName("n");
+  const auto call = other->newMethodCall(
+      {kName, "/org/corvale/NotifyCenter", "org.corvale.NotifyCenter"}, "Post", "s", {"a"});
+  ASSERT_FALSE(other->send(*call));
   theirs.post("b");
-  serveUntil([&] { return order.size() == 5; });
-  EXPECT_EQ(order, "bmanb");
+  serveUntil([&] { return order.size() == 6; });
+  EXPECT_EQ(order, "bmanab");
 }
 
 TEST_F(MessageCenterTest, NobodyThereIsKnownAtOnceAndASilentServerCostsNoMoreThanTheTimeout) {
@@ -308,7 +315,9 @@ TEST_F(MessageCenterTest, WhatArrivesDuringARequestWaitsInOrder) {
   std::string order;
   center.registerForMessageName("meanwhile",
                                 [&](std::string_view, const Dictionary&) { order += "m"; });
-  SdBusDarwinNotifyCenter notifications(*own, log);
+  BusService publisher(*own, "org.example.Served");
+  ASSERT_FALSE(publisher.startAndWait());
+  SdBusDarwinNotifyCenter notifications(*own, log, &publisher);
   const auto observation = notifications.addObserver("changed", SuspensionBehavior::coalesce,
                                                      [&](std::string_view) { order += "c"; });
   const ServingThread server(bus.address(), [](BusConnection& connection) {

@@ -5,6 +5,8 @@
 namespace wrixel2::platform::linux {
 namespace {
 
+constexpr const char* kPublisher = "org.example.Publisher";
+
 class NotificationCenterTest : public BusTest {
  protected:
   std::unique_ptr<Observation> observe(std::string_view name, const std::string& mark) {
@@ -12,10 +14,33 @@ class NotificationCenterTest : public BusTest {
                               [this, mark](std::string_view) { observed += mark; });
   }
 
+  /// A posting by method, as of any program; the error's name, if it is one.
+  std::string call(const char* name) {
+    return std::string(answer(kDarwin, "Post", "s", {name}).errorName());
+  }
+  void signal(const BusConnection& from, const char* name,
+              const std::string& destination = {}) const {
+    sd_bus_message* raw = nullptr;
+    sd_bus_message_new_signal(from.get(), &raw, kDarwin.path.c_str(), kDarwin.interface.c_str(),
+                              "Posted");
+    auto message = BusMessage::adopting(raw);
+    ASSERT_FALSE(message.append("s", {name}));
+    if (!destination.empty()) {
+      sd_bus_message_set_destination(raw, destination.c_str());
+    }
+    ASSERT_FALSE(from.send(message));
+  }
+
+  const BusAddress kDarwin{own->uniqueName(), "/org/corvale/NotifyCenter",
+                           "org.corvale.NotifyCenter"};
   std::string observed;
-  SdBusDarwinNotifyCenter darwin{*own, log};
+  BusService publisher{*own, kPublisher};
+  /// The other program is the publisher.
+  ErrorOrNone taken = other->requestName(kPublisher);
+  ErrorOrNone followed = publisher.startAndWait();
+  SdBusDarwinNotifyCenter darwin{*own, log, &publisher};
   SdBusDarwinNotifyCenter otherDarwin{*other, log};
-  SdBusDistributedNotificationCenter distributed{*own, log};
+  SdBusDistributedNotificationCenter distributed{*own, log, &publisher};
   SdBusDistributedNotificationCenter otherDistributed{*other, log};
 };
 
@@ -80,26 +105,84 @@ TEST_F(NotificationCenterTest, DistributedNotificationsCarryObjectAndUserInfo) {
   }
 }
 
-TEST_F(NotificationCenterTest, MalformedSignalsAreDroppedWithOneWarning) {
-  const auto first = observe("changed", "1");
-  const auto second = observe("changed", "2");
-  const auto third =
-      distributed.addObserver("changed", [this](const Notification&) { observed += "d"; });
-  const struct {
-    std::string center;
-    const char* signature;
-    Array arguments;
-  } cases[] = {{"NotifyCenter", "si", {"changed", 1}},
-               {"DistributedNotificationCenter", "s", {"changed"}},
-               {"DistributedNotificationCenter", "ssa{ss}", {"changed", "", Dictionary()}}};
-  for (const auto& item : cases) {
-    log.lines.clear();
-    ASSERT_FALSE(other->emitSignal("/org/corvale/" + item.center, "org.corvale." + item.center,
-                                   "Posted", item.signature, item.arguments));
-    serveAll();
-    EXPECT_EQ(log.count("WARN"), 1U) << item.signature;
+TEST_F(NotificationCenterTest, NobodyButThePublisherIsBelieved) {
+  auto observation = observe("changed", "1");
+  const auto stranger = open();
+  for (const auto& destination : {std::string(), own->uniqueName()}) {
+    signal(*stranger, "changed", destination);
+    ASSERT_FALSE(
+        other->emitSignal(kDarwin.path, kDarwin.interface, "Posted", "si", {"changed", 1}));
+    ASSERT_TRUE(stranger->nameHasOwner(kPublisher)) << "the bus has passed the signal on";
+    settle();
+    EXPECT_EQ(observed, "") << destination;
   }
-  EXPECT_EQ(observed, "");
+  EXPECT_TRUE(log.lines.empty());
+
+  // Each owner's first and last posting: nothing is served in between.
+  signal(*other, "changed");
+  other->releaseName(kPublisher);
+  signal(*other, "changed");
+  ASSERT_FALSE(stranger->requestName(kPublisher));
+  signal(*stranger, "changed");
+  settle();
+  EXPECT_EQ(observed, "11");
+  // By who comes later than it.
+  BusService late(*own, kPublisher);
+  ASSERT_FALSE(late.startAndWait());
+  SdBusDarwinNotifyCenter center(*own, log, &late);
+  observation = center.addObserver("changed", SuspensionBehavior::coalesce,
+                                   [this](std::string_view) { observed += "2"; });
+  signal(*stranger, "changed");
+  ASSERT_TRUE(stranger->nameHasOwner(kPublisher));
+  settle();
+  EXPECT_EQ(observed, "112");
+}
+
+TEST_F(NotificationCenterTest, AnybodyMayCallPost) {
+  ASSERT_FALSE(darwin.serveCallers());
+  ASSERT_FALSE(distributed.serveCallers());
+  bool isAnswered = false;
+  auto observation =
+      darwin.addObserver("changed", SuspensionBehavior::coalesce, [&](std::string_view name) {
+        while (!isAnswered && (sd_bus_process(other->get(), nullptr) > 0 ||
+                               sd_bus_wait(other->get(), 5'000'000) > 0)) {
+        }
+        observed.append(name) += isAnswered ? " after its answer;" : " before its answer;";
+      });
+  const auto slot = other->callAsync(*other->newMethodCall(kDarwin, "Post", "s", {"changed"}),
+                                     [&](const BusMessage& reply) {
+                                       EXPECT_EQ(reply.signature(), "");
+                                       isAnswered = !reply.isError();
+                                     });
+  // What is posted by a call is nothing of this program's.
+  const auto signals = other->addMatch("type='signal',member='Posted'",
+                                       [this](const BusMessage&) { observed += "a signal;"; });
+  serveUntil([&] { return !observed.empty(); });
+  serveAll();
+  EXPECT_EQ(observed, "changed after its answer;");
+
+  EXPECT_EQ(call("unknown"), SD_BUS_ERROR_INVALID_ARGS);
+  EXPECT_EQ(answer(kDarwin, "Post", "si", {"changed", 1}).errorName(), SD_BUS_ERROR_INVALID_ARGS);
+  observation.reset();
+  EXPECT_EQ(call("changed"), "") << "it was observed once";
+  EXPECT_EQ(observed, "changed after its answer;");
+
+  const auto measured = distributed.addObserver("measure", [this](const Notification& received) {
+    observed = received.object.value_or("none") + std::to_string(intForKey(received.userInfo, "n"));
+  });
+  const BusAddress address{own->uniqueName(), "/org/corvale/DistributedNotificationCenter",
+                           "org.corvale.DistributedNotificationCenter"};
+  for (const auto& [object, expected] : {std::pair("", "none7"), std::pair("band", "band7")}) {
+    EXPECT_FALSE(
+        answer(address, "Post", "ssa{sv}", {"measure", object, Dictionary{{"n", 7}}}).isError());
+    EXPECT_EQ(observed, expected);
+  }
+  const auto xml = answer(
+      {address.destination, address.path, "org.freedesktop.DBus.Introspectable"}, "Introspect");
+  for (const char* part : {"method name=\"Post\"", "signal name=\"Posted\"",
+                           "<arg type=\"a{sv}\" name=\"userInfo\" direction=\"in\"/>"}) {
+    EXPECT_NE(xml.arguments().value()[0].text()->find(part), std::string::npos) << part;
+  }
 }
 
 }  // namespace
