@@ -93,15 +93,15 @@ Result<Value> singleValue(Result<BusMessage> reply) {
 
 }  // namespace
 
-Result<std::unique_ptr<BusConnection>> BusConnection::open(LinuxRunLoop& loop,
-                                                           const std::string& address,
-                                                           bool isTrusted) {
+Result<std::unique_ptr<BusConnection>> BusConnection::begin(LinuxRunLoop& loop,
+                                                            const std::string& address,
+                                                            bool isTrusted, bool waits) {
   sd_bus* bus = nullptr;
   int result = sd_bus_new(&bus);
   if (result < 0) {
     return errorFromErrno(-result, "No bus connection can be made");
   }
-  std::unique_ptr<BusConnection> connection(new BusConnection(loop, bus));
+  std::unique_ptr<BusConnection> connection(new BusConnection(loop, bus, waits));
   result = sd_bus_set_address(bus, address.c_str());
   if (result >= 0) {
     result = sd_bus_set_bus_client(bus, 1);
@@ -111,10 +111,13 @@ Result<std::unique_ptr<BusConnection>> BusConnection::open(LinuxRunLoop& loop,
     result = sd_bus_set_trusted(bus, static_cast<int>(isTrusted));
   }
   if (result >= 0) {
+    result = sd_bus_set_connected_signal(bus, static_cast<int>(!waits));
+  }
+  if (result >= 0) {
     result = sd_bus_start(bus);
   }
-  const char* uniqueName = nullptr;
-  if (result >= 0) {
+  const char* uniqueName = "";
+  if (result >= 0 && waits) {
     result = sd_bus_get_unique_name(bus, &uniqueName);  // waits for the bus's welcome
   }
   if (result >= 0) {
@@ -124,19 +127,27 @@ Result<std::unique_ptr<BusConnection>> BusConnection::open(LinuxRunLoop& loop,
     return errorFromErrno(-result, fmt::format("The bus at {} cannot be reached", address));
   }
   connection->uniqueName_ = uniqueName;
-  auto* opened = connection.get();
-  auto slot = opened->addMatch(
-      fmt::format("type='signal',interface='{}',member='Disconnected'", kLocalInterface),
-      [opened](const BusMessage&) {
-        if (const Task callback = std::exchange(opened->disconnected_, nullptr)) {
-          callback();
-        }
-      });
+  auto slot = connection->matchLocal("Disconnected", &BusConnection::disconnected_);
   if (!slot) {
     return slot.error();
   }
   connection->disconnectSlot_ = std::move(*slot);
   return connection;
+}
+
+Result<BusSlot> BusConnection::matchLocal(std::string_view member, Task BusConnection::* told) {
+  return addMatch(fmt::format("type='signal',interface='{}',member='{}'", kLocalInterface, member),
+                  [this, told](const BusMessage&) {
+                    if (const Task callback = std::exchange(this->*told, nullptr)) {
+                      callback();
+                    }
+                  });
+}
+
+Result<std::unique_ptr<BusConnection>> BusConnection::open(LinuxRunLoop& loop,
+                                                           const std::string& address,
+                                                           bool isTrusted) {
+  return begin(loop, address, isTrusted, true);
 }
 
 Result<std::unique_ptr<BusConnection>> BusConnection::openSession(LinuxRunLoop& loop) {
@@ -151,6 +162,28 @@ Result<std::unique_ptr<BusConnection>> BusConnection::openSystem(LinuxRunLoop& l
 Result<std::unique_ptr<BusConnection>> BusConnection::openAddress(LinuxRunLoop& loop,
                                                                   const std::string& address) {
   return open(loop, address, true);
+}
+
+Result<std::unique_ptr<BusConnection>> BusConnection::beginSystem(LinuxRunLoop& loop,
+                                                                  const std::string& address,
+                                                                  Task connected) {
+  auto begun = begin(loop, address.empty() ? systemAddress() : address, false, false);
+  if (!begun) {
+    return begun;
+  }
+  auto& connection = **begun;
+  connection.connected_ = [&connection, connected = std::move(connected)] {
+    const char* uniqueName = "";
+    sd_bus_get_unique_name(connection.bus_, &uniqueName);
+    connection.uniqueName_ = uniqueName;
+    connected();
+  };
+  auto slot = connection.matchLocal("Connected", &BusConnection::connected_);
+  if (!slot) {
+    return slot.error();
+  }
+  connection.connectSlot_ = std::move(*slot);
+  return begun;
 }
 
 Result<std::unique_ptr<BusConnection>> BusConnection::openSessionMonitor(
@@ -207,9 +240,13 @@ Result<std::unique_ptr<BusConnection>> BusConnection::becomeMonitor(
 }
 
 BusConnection::~BusConnection() {
+  connectSlot_.reset();
   disconnectSlot_.reset();
   monitorSlot_.reset();
-  sd_bus_flush_close_unref(bus_);
+  if (waits_) {
+    sd_bus_flush(bus_);
+  }
+  sd_bus_close_unref(bus_);
 }
 
 Result<BusMessage> BusConnection::newMethodCall(const BusAddress& address, std::string_view member,
@@ -277,7 +314,9 @@ ErrorOrNone BusConnection::emitSignal(const std::string& path, const std::string
 Result<BusSlot> BusConnection::addMatch(const std::string& rule, Callback callback) const {
   auto owned = std::make_unique<Callback>(std::move(callback));
   sd_bus_slot* slot = nullptr;
-  const int result = sd_bus_add_match(bus_, &slot, rule.c_str(), callBack, owned.get());
+  const int result =
+      waits_ ? sd_bus_add_match(bus_, &slot, rule.c_str(), callBack, owned.get())
+             : sd_bus_add_match_async(bus_, &slot, rule.c_str(), callBack, nullptr, owned.get());
   return slotWithCallback(result, slot, std::move(owned),
                           fmt::format("Messages cannot be matched by {}", rule));
 }

@@ -30,7 +30,8 @@ struct BusAddress {
 /// the messages came, never inside another call. While a synchronous call waits, what arrives stays
 /// queued in order.
 ///
-/// The destructor sends what is still queued. Slots may outlive the connection.
+/// The destructor sends what is still queued, but for a connection that never waits
+/// (beginSystem()). Slots may outlive the connection.
 class BusConnection {
  public:
   using Callback = UniqueFunction<void(const BusMessage& message)>;
@@ -47,6 +48,13 @@ class BusConnection {
   /// A session bus by its D-Bus address.
   static Result<std::unique_ptr<BusConnection>> openAddress(LinuxRunLoop& loop,
                                                             const std::string& address);
+  /// A connection to the machine's bus, or the one at the address, for a loop that must not wait:
+  /// neither here, nor while the bus takes its time, nor when it is destroyed. It can be used from
+  /// the callback on; a bus that does not let us in is told by onDisconnected(), one that says
+  /// nothing never.
+  static Result<std::unique_ptr<BusConnection>> beginSystem(LinuxRunLoop& loop,
+                                                            const std::string& address,
+                                                            Task connected);
   /// A connection that sees the messages of others and can send nothing: each message that one of
   /// the match rules names (none: every message) is given to the callback.
   static Result<std::unique_ptr<BusConnection>> openSessionMonitor(
@@ -83,10 +91,10 @@ class BusConnection {
   ErrorOrNone emitSignal(const std::string& path, const std::string& interface,
                          std::string_view member, std::string_view signature,
                          const Array& arguments) const;
-  /// In force when it returns.
+  /// In force when it returns; on a connection that never waits, for all that is sent after it.
   [[nodiscard]] Result<BusSlot> addMatch(const std::string& rule, Callback callback) const;
   /// Tells each new owner of a well-known name by its unique name, none by an empty one. In force
-  /// when it returns.
+  /// as addMatch() is.
   [[nodiscard]] Result<BusSlot> watchOwner(const std::string& name, OwnerChanged changed) const;
   /// Sees every message before anything else does and lets it pass.
   [[nodiscard]] Result<BusSlot> addFilter(Callback callback) const;
@@ -112,18 +120,28 @@ class BusConnection {
                           TimeInterval timeout = kDefaultTimeout) const;
 
  private:
-  BusConnection(LinuxRunLoop& loop, sd_bus* bus) : loop_(loop), bus_(bus) {}
+  BusConnection(LinuxRunLoop& loop, sd_bus* bus, bool waits)
+      : loop_(loop), bus_(bus), waits_(waits) {}
 
+  static Result<std::unique_ptr<BusConnection>> begin(LinuxRunLoop& loop,
+                                                      const std::string& address, bool isTrusted,
+                                                      bool waits);
   static Result<std::unique_ptr<BusConnection>> open(LinuxRunLoop& loop, const std::string& address,
                                                      bool isTrusted);
   static Result<std::unique_ptr<BusConnection>> becomeMonitor(
       Result<std::unique_ptr<BusConnection>> opened, const std::vector<std::string>& rules,
       Callback callback);
 
+  /// Calls the task once that sd-bus itself tells of the connection.
+  Result<BusSlot> matchLocal(std::string_view member, Task BusConnection::* told);
+
   LinuxRunLoop& loop_;
   sd_bus* bus_;
+  bool waits_;
   std::string uniqueName_;
+  Task connected_;
   Task disconnected_;
+  BusSlot connectSlot_;
   BusSlot disconnectSlot_;
   BusSlot monitorSlot_;
 };

@@ -31,71 +31,82 @@ std::string systemSocketPath() {
 
 }  // namespace
 
-SystemBus::SystemBus(LinuxRunLoop& loop, SystemBusObserver& observer, std::string address)
-    : loop_(loop), observer_(observer), address_(std::move(address)) {}
+SystemBus::SystemBus(LinuxRunLoop& loop, SystemBusObserver& observer, std::string address,
+                     TimeInterval deadline, std::span<const TimeInterval> pauses)
+    : loop_(loop),
+      observer_(observer),
+      address_(std::move(address)),
+      deadline_(deadline),
+      pauses_(pauses) {}
 
 SystemBus::~SystemBus() = default;
 
 void SystemBus::start() {
-  postWhileAlive([this] { connect(); });
+  postDuring(life_, [this] {
+    // First: what happens between a failed attempt and the watch would be missed.
+    watchSocket();
+    connect();
+  });
 }
 
-void SystemBus::postWhileAlive(Task task) {
-  loop_.post([life = std::weak_ptr<char>(life_), task = std::move(task)] {
-    if (!life.expired()) {
+void SystemBus::postDuring(const Life& life, Task task) {
+  loop_.post([weak = std::weak_ptr<char>(life), task = std::move(task)] {
+    if (!weak.expired()) {
       task();
     }
   });
 }
 
-void SystemBus::connect() {
-  attemptTimer_.reset();
-  // The watch comes first: what happens between a failed attempt and the watch would be missed.
-  if (socketWatch_ == nullptr) {
-    awaitBus();
-  }
-  auto opened = address_.empty() ? BusConnection::openSystem(loop_)
-                                 : BusConnection::openAddress(loop_, address_);
-  ErrorOrNone error = opened ? std::nullopt : ErrorOrNone(opened.error());
-  if (!error) {
-    connection_ = std::move(*opened);
-    error = observer_.busConnected(*connection_);
-  }
-  if (error) {
-    observer_.busUnavailable(*error);
-    connection_.reset();
-    return;
-  }
-  socketWatch_.reset();
-  attemptTimer_.reset();
-  // In a turn of its own: the connection is busy telling us.
-  connection_->onDisconnected([this] { postWhileAlive([this] { connectionLost(); }); });
-}
-
-void SystemBus::awaitBus() {
+void SystemBus::watchSocket() {
   const std::string path = address_.empty() ? systemSocketPath() : socketPathOf(address_);
-  if (path.empty()) {
-    attemptTimer_ = loop_.scheduledTimer(kBlindAttempt, true, [this] { connect(); });
-    return;
+  if (!path.empty()) {
+    socketWatch_ = std::make_unique<SocketWatch>(
+        loop_, path, [this] { postDuring(life_, [this] { socketChanged(); }); });
   }
-  socketWatch_ = std::make_unique<SocketWatch>(
-      loop_, path, [this] { postWhileAlive([this] { socketChanged(); }); });
 }
 
 void SystemBus::socketChanged() {
-  if (connection_ != nullptr) {
-    return;
-  }
-  connect();
-  if (connection_ == nullptr) {
-    attemptTimer_ = loop_.scheduledTimer(kSecondAttempt, false, [this] { connect(); });
+  if (!isConnected_) {
+    pauses_.reset();
+    connect();
   }
 }
 
-void SystemBus::connectionLost() {
-  observer_.busUnavailable({ENOTCONN, "The system bus has ended the connection"});
+void SystemBus::connect() {
+  timer_.reset();
   connection_.reset();
-  connect();
+  attempt_ = std::make_shared<char>();
+  // What the connection tells is acted on in a turn of its own: it is busy telling us.
+  auto begun = BusConnection::beginSystem(
+      loop_, address_, [this] { postDuring(attempt_, [this] { connected(); }); });
+  if (!begun) {
+    failed(begun.error());
+    return;
+  }
+  connection_ = std::move(*begun);
+  connection_->onDisconnected([this] {
+    postDuring(attempt_, [this] { failed({ENOTCONN, "The system bus has ended the connection"}); });
+  });
+  timer_ = loop_.scheduledTimer(deadline_, false,
+                                [this] { failed({ETIMEDOUT, "The system bus does not answer"}); });
+}
+
+void SystemBus::connected() {
+  timer_.reset();
+  if (const auto error = observer_.busConnected(*connection_)) {
+    failed(*error);
+    return;
+  }
+  isConnected_ = true;
+  pauses_.reset();
+}
+
+void SystemBus::failed(const Error& error) {
+  isConnected_ = false;
+  observer_.busUnavailable(error);
+  attempt_.reset();
+  connection_.reset();
+  timer_ = loop_.scheduledTimer(pauses_.next(), false, [this] { connect(); });
 }
 
 }  // namespace wrixel2::platform::linux

@@ -1,8 +1,11 @@
 #pragma once
 
+#include <array>
 #include <memory>
+#include <span>
 #include <string>
 
+#include "platform/Backoff.h"
 #include "platform/RunLoop.h"
 #include "platform/linux/BusConnection.h"
 
@@ -23,19 +26,23 @@ class SystemBusObserver {
   virtual void busUnavailable(const Error& error) = 0;
 };
 
-/// A connection to the machine's bus that is made anew when the bus comes back.
+/// A connection to the machine's bus that is made anew when the bus comes back. The loop never
+/// waits for it.
 ///
-/// Without a bus it waits for the bus's socket, at no cost.
+/// Without a bus it watches for the bus's socket, at no cost, and tries by itself with pauses that
+/// grow.
 class SystemBus {
  public:
-  /// After the last sign of life of a socket that does not let us in.
-  static constexpr TimeInterval kSecondAttempt = std::chrono::seconds(1);
-  /// Between attempts at a bus whose address names no file that could be watched.
-  static constexpr TimeInterval kBlindAttempt = std::chrono::seconds(60);
+  static constexpr std::array<TimeInterval, 6> kPauses = {
+      std::chrono::seconds(1), std::chrono::seconds(5), std::chrono::seconds(30),
+      std::chrono::minutes(1), std::chrono::minutes(2), std::chrono::minutes(5)};
+  /// A bus that has not let us in by then is given up.
+  static constexpr TimeInterval kDeadline = std::chrono::seconds(25);
 
-  /// The machine's own bus unless another D-Bus address is given. Loop and observer outlive it; the
-  /// observer is told nothing when it is destroyed.
-  SystemBus(LinuxRunLoop& loop, SystemBusObserver& observer, std::string address = {});
+  /// The machine's own bus unless another D-Bus address is given. Loop, observer and pauses outlive
+  /// it; the observer is told nothing when it is destroyed.
+  SystemBus(LinuxRunLoop& loop, SystemBusObserver& observer, std::string address = {},
+            TimeInterval deadline = kDeadline, std::span<const TimeInterval> pauses = kPauses);
   SystemBus(const SystemBus&) = delete;
   SystemBus& operator=(const SystemBus&) = delete;
   ~SystemBus();
@@ -44,19 +51,26 @@ class SystemBus {
   void start();
 
  private:
-  void postWhileAlive(Task task);
-  void connect();
-  void awaitBus();
+  using Life = std::shared_ptr<char>;
+
+  void postDuring(const Life& life, Task task);
+  void watchSocket();
   void socketChanged();
-  void connectionLost();
+  void connect();
+  void connected();
+  void failed(const Error& error);
 
   LinuxRunLoop& loop_;
   SystemBusObserver& observer_;
   std::string address_;
+  TimeInterval deadline_;
+  Backoff pauses_;
   std::unique_ptr<SocketWatch> socketWatch_;
-  std::unique_ptr<Timer> attemptTimer_;
-  /// What is queued holds this weakly.
-  std::shared_ptr<char> life_ = std::make_shared<char>();
+  std::unique_ptr<Timer> timer_;  ///< of the attempt that is under way, or until the next
+  bool isConnected_ = false;
+  /// What is queued holds one of them weakly.
+  Life life_ = std::make_shared<char>();
+  Life attempt_;
   std::unique_ptr<BusConnection> connection_;
 };
 

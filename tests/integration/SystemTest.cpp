@@ -1,11 +1,16 @@
 #include <csignal>
+#include <filesystem>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 
 #include "SessionTest.h"
+#include "platform/linux/FileDescriptor.h"
 #include "tests/platform/linux/FakeNotificationService.h"
 
 namespace wrixel2::integration {
@@ -225,6 +230,47 @@ TEST_F(SessionTest, EndsCleanlyWhenToldAndWithAnErrorWhenTheBusIsGone) {
     waitForExit(*program, 1);
     EXPECT_TRUE(program->hasLogged("ERROR")) << program->errors();
   }
+}
+
+TEST_F(SessionTest, ASystemBusThatSaysNothingHoldsNobodyUp) {
+  const std::string path = directory_ / "silent";
+  environment_["DBUS_SYSTEM_BUS_ADDRESS"] = "unix:path=" + path;
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  const platform::linux::FileDescriptor silent(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  ASSERT_EQ(::bind(silent.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  ASSERT_EQ(::listen(silent.get(), 8), 0);
+  std::vector<platform::linux::FileDescriptor> accepted;
+  const auto startAndAsk = [&] {
+    startCompanion();
+    daemon_ = start({WRIXEL2D_PATH, "--log", "stderr"});
+    waitUntil("the daemon", [this] { return hasOwner(kDaemonName); });
+    for (const char* name : {kCompanionName, kDaemonName}) {
+      SCOPED_TRACE(name);
+      pollfd connecting{silent.get(), POLLIN, 0};
+      ASSERT_EQ(::poll(&connecting, 1, 20'000), 1);
+      accepted.emplace_back(::accept(silent.get(), nullptr, nullptr));
+      bool isAnswered = false;
+      const auto ping = bus_->newMethodCall({name, "/", "org.freedesktop.DBus.Peer"}, "Ping");
+      const auto slot =
+          bus_->callAsync(*ping, [&](const BusMessage& reply) { isAnswered = !reply.isError(); });
+      waitUntil("an answer", [&] { return isAnswered; }, std::chrono::seconds(2));
+    }
+  };
+  startAndAsk();
+  for (Program* program : {daemon_.get(), companion_.get()}) {
+    program->signal(SIGTERM);
+    waitForExit(*program, 0, std::chrono::seconds(2));
+  }
+  // A real one in its place is used at once.
+  startAndAsk();
+  const platform::linux::PrivateBus system;
+  std::filesystem::remove(path);
+  std::filesystem::create_symlink(system.address().substr(10, system.address().find(',') - 10),
+                                  path);
+  waitUntil("the system bus is used",
+            [this] { return daemon_->hasLogged("nobody has the bus name org.bluez"); });
 }
 
 TEST_F(SessionTest, CompanionAndBandViewHaveTheirExitStatusAndOneLine) {

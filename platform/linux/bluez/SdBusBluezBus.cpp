@@ -141,8 +141,8 @@ void SdBusBluezBus::askForOwner() {
                     *request,
                     [this](const BusMessage& reply) {
                       const auto arguments = reply.arguments();
-                      if (isOwnerKnown_) {
-                        return;  // a change was told meanwhile
+                      if (isOwnerKnown_ || isBusGone()) {
+                        return;  // a change was told meanwhile, or this end is told next
                       }
                       if (reply.isError() && reply.errorName() != kNameHasNoOwner) {
                         logger_.warning(fmt::format("The owner of {} is not told: {}", kBluezName,
@@ -151,7 +151,8 @@ void SdBusBluezBus::askForOwner() {
                       const bool isTold = !reply.isError() && arguments && arguments->size() == 1 &&
                                           arguments->front().text() != nullptr;
                       ownerIs(isTold ? textAt(*arguments, 0) : std::string());
-                    })
+                    },
+                    BusConnection::kNoTimeout)  // of a slow bus a late answer counts as well
               : Result<linux::BusSlot>(request.error());
   if (slot) {
     ownerCall_ = std::move(*slot);
@@ -196,6 +197,9 @@ void SdBusBluezBus::deviceDisconnected(const Message& message, const Array& argu
 }
 
 // --- Calls ---
+
+// A connection that ends answers what is pending with errors of its own before it says so.
+bool SdBusBluezBus::isBusGone() const { return sd_bus_is_open(connection_->get()) <= 0; }
 
 Result<BusMessage> SdBusBluezBus::newCall(const BluezCall& call) const {
   if (connection_ == nullptr) {
@@ -243,7 +247,9 @@ void SdBusBluezBus::call(BluezCall call, TimeInterval timeout, Callback callback
       *message,
       [this, number, shared](const BusMessage& reply) {
         calls_.erase(number);  // the slot itself stays until this returns
-        (*shared)(contentOf(reply));
+        if (!isBusGone()) {
+          (*shared)(contentOf(reply));
+        }
       },
       timeout);
   if (slot) {
@@ -270,9 +276,7 @@ void SdBusBluezBus::send(BluezCall call) {
   message->setExpectsReply(false);
   if (const auto error = connection_->send(*message)) {
     logger_.warning(description(*error));
-    return;
   }
-  sd_bus_flush(connection_->get());
 }
 
 }  // namespace wrixel2::platform::bluez

@@ -45,6 +45,7 @@ class SdBusBluezBus final : public BluezBus, private linux::SystemBusObserver {
   void propertiesChanged(const Message& message, const Array& arguments);
   void deviceDisconnected(const Message& message, const Array& arguments);
 
+  bool isBusGone() const;
   Result<Message> newCall(const BluezCall& call) const;
   void answerLater(Callback callback, BluezReply reply);
 

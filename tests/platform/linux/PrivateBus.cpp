@@ -65,9 +65,9 @@ void PrivateBus::start() {
   ::close(output[0]);
 }
 
-void PrivateBus::stop() {
+void PrivateBus::stop(int how) {
   if (process_ > 0) {
-    ::kill(process_, SIGTERM);
+    ::kill(process_, how);
     ::waitpid(process_, nullptr, 0);
     process_ = -1;
   }

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include <signal.h>
 #include <sys/types.h>
 
 #include "tests/platform/linux/TemporaryDirectory.h"
@@ -19,7 +20,7 @@ class PrivateBus {
   /// Empty when no bus could be started.
   const std::string& address() const { return address_; }
   /// As when the session ends.
-  void stop();
+  void stop(int how = SIGTERM);
   /// Again, at the same address.
   void start();
 

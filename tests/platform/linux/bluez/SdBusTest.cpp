@@ -2,7 +2,13 @@
 #include <filesystem>
 #include <memory>
 
+#include <errno.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
 #include "band/VirtualBand.h"
+#include "platform/linux/FileDescriptor.h"
+#include "platform/linux/SystemBus.h"
 #include "platform/linux/bluez/BluezRadio.h"
 #include "platform/linux/bluez/SdBusBluezBus.h"
 #include "platform/simulated/SimulatedPlatform.h"
@@ -126,7 +132,7 @@ TEST_F(SdBusTest, BringsTheBandFromTheAirToItsValuesAndBack) {
   expectNoComplaints();
 }
 
-TEST_F(SdBusTest, AnswersWhatIsPendingWhenBluetoothdDiesInsteadOfAnswering) {
+TEST_F(SdBusTest, AnswersWhatIsPendingWhenBluetoothdOrTheBusDiesInsteadOfAnswering) {
   connectBand();
   bluetoothd.diesAt = "ReadValue";
   peripheral->readValueForCharacteristic(characteristic(band::kCurrentTime));
@@ -136,6 +142,15 @@ TEST_F(SdBusTest, AnswersWhatIsPendingWhenBluetoothdDiesInsteadOfAnswering) {
   await("state 5");
   manager->connectPeripheral(peripheral, {});
   await("connected");
+
+  manager.reset();
+  bluetoothd.vanish();
+  recorder = std::make_shared<EventRecorder>();
+  connectBand();
+  peripheral->readValueForCharacteristic(characteristic(band::kCurrentTime));
+  bus.stop(SIGKILL);
+  serveUntilTrue([&] { return recorder->events.size() == 3; });
+  EXPECT_EQ(recorder->take(), "value 2a2b error 3, disconnected -, state 2");
 }
 
 TEST_F(SdBusTest, FollowsBluetoothdAndItsAdapterAndNotWhatOthersSayInItsName) {
@@ -189,6 +204,83 @@ TEST_F(SdBusTest, ABusWhoseDirectoryIsNotThereYetIsFoundWhenItComes) {
   serveAll();
   std::filesystem::create_symlink(bus.address().substr(10, bus.address().find(',') - 10), socket);
   await("state 5");
+}
+
+/// A program at the bus's socket that lets everybody in and says nothing.
+class SilentSocket {
+ public:
+  explicit SilentSocket(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    EXPECT_EQ(::bind(listening_.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    EXPECT_EQ(::listen(listening_.get(), 64), 0);
+  }
+
+ private:
+  linux::FileDescriptor listening_{::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+};
+
+/// Notes what a system bus tells.
+class BusWitness final : public linux::SystemBusObserver {
+ public:
+  ErrorOrNone busConnected(linux::BusConnection& connection) override {
+    uniqueName = connection.uniqueName();
+    return std::nullopt;
+  }
+  void busUnavailable(const Error& error) override { failures.push_back(error); }
+
+  std::string uniqueName;
+  std::vector<Error> failures;
+};
+
+constexpr TimeInterval kShortPauses[] = {1ms, 2ms};
+
+TEST_F(SdBusTest, ASystemBusThatSaysNothingIsGivenUpAndTriedAgainUntilOneAnswers) {
+  const linux::TemporaryDirectory directory;
+  const std::string path = directory.path("socket");
+  const std::string elsewhere = bus.address().substr(10, bus.address().find(',') - 10);
+  auto silent = std::make_unique<SilentSocket>(path);
+  BusWitness witness;
+  linux::SystemBus systemBus(loop, witness, "unix:path=" + path, 5ms, kShortPauses);
+  systemBus.start();
+  serveUntil([&] { return witness.failures.size() >= 3; });
+  for (const auto& failure : witness.failures) {
+    EXPECT_EQ(failure.code, ETIMEDOUT);
+  }
+  // Nobody listens any more, and nothing happens to the socket.
+  silent.reset();
+  witness.failures.clear();
+  serveUntil([&] { return witness.failures.size() >= 3; });
+  EXPECT_EQ(witness.failures.back().code, ECONNREFUSED);
+  EXPECT_EQ(witness.uniqueName, "");
+
+  std::filesystem::remove(path);
+  std::filesystem::create_symlink(elsewhere, path);
+  serveUntil([&] { return witness.uniqueName.starts_with(':'); });
+  witness.failures.clear();
+  bus.stop();
+  serveUntil([&] { return !witness.failures.empty(); });
+}
+
+TEST_F(SdBusTest, ASystemBusIsFoundByAttemptsAloneAndWatchedForWithoutOne) {
+  const linux::TemporaryDirectory directory;
+  const std::string path = directory.path("socket");
+  const std::string elsewhere = bus.address().substr(10, bus.address().find(',') - 10);
+  // By attempts: the second transport's file is not watched, only the first's.
+  BusWitness tries;
+  linux::SystemBus trying(loop, tries, "unix:abstract=" + path + ";unix:path=" + path, 10s,
+                          kShortPauses);
+  // By the watch: the first pause is longer than this test.
+  static constexpr TimeInterval kLongPauses[] = {1h};
+  BusWitness watches;
+  linux::SystemBus watching(loop, watches, "unix:path=" + path, 10s, kLongPauses);
+  trying.start();
+  watching.start();
+  serveUntil([&] { return !tries.failures.empty() && !watches.failures.empty(); });
+  std::filesystem::create_symlink(elsewhere, path);
+  serveUntil([&] { return tries.uniqueName != "" && watches.uniqueName != ""; });
+  EXPECT_EQ(watches.failures.size(), 1U);
 }
 
 TEST_F(SdBusTest, AsksForTheEndOfItsLinksBeforeTheProcessGoes) {
