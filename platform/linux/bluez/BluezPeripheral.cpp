@@ -151,7 +151,9 @@ Task BluezPeripheral::showState() {
   return [weak = weak_from_this()] {
     const auto self = weak.lock();
     if (self && self->link_) {
-      self->state_ = self->link_->state();
+      // A link that has come up again by now is told after this end.
+      const auto state = self->link_->state();
+      self->state_ = state == PeripheralState::connected ? PeripheralState::connecting : state;
     }
   };
 }

@@ -53,6 +53,8 @@ class FakeBluez {
     objects_[path].insert_or_assign(std::string(interface), std::move(properties));
   }
   void clear() { objects_.clear(); }
+  /// What GetManagedObjects is answered with.
+  Dictionary managedObjects() const { return {objects_.begin(), objects_.end()}; }
   /// Announced with all interfaces that were placed there.
   void announce(const std::string& path) {
     tell([path, interfaces = objects_.at(path)](BluezBusListener& listener) {
@@ -202,7 +204,7 @@ class FakeBluez {
 
   BluezReply replyOf(const BluezCall& call) {
     if (call.member == "GetManagedObjects") {
-      return {{Dictionary(objects_.begin(), objects_.end())}, {}, {}};
+      return {{managedObjects()}, {}, {}};
     }
     if (!objects_.contains(call.path)) {
       return {{}, "org.freedesktop.DBus.Error.UnknownObject", "No such object"};

@@ -43,11 +43,13 @@ TEST_F(GattTest, DiscoveryWaitsForTheServicesAndForThoseAnnouncedLate) {
   peripheral->discoverServices(std::nullopt);
   EXPECT_EQ(events(), "") << "objects of the last link do not count";
   EXPECT_EQ(setResolved(true).events(), "");
-  // Only the reply has the last of them.
+  // Only the reply has the last of them; one to an earlier question does not count.
   placeGattObjects();
-  bluez.byHand.clear();
   setResolved(false);
-  EXPECT_EQ(setResolved(true).events(), "services - fee0 fee1");
+  setResolved(true);
+  EXPECT_EQ(fail("GetManagedObjects", "Failed").events(), "");
+  bluez.byHand.clear();
+  EXPECT_EQ(reply("GetManagedObjects", {bluez.managedObjects()}).events(), "services - fee0 fee1");
 }
 
 TEST_F(GattTest, DiscoveryFindsWhatIsAskedForAndAddsToWhatIsKnown) {
@@ -143,6 +145,15 @@ TEST_F(GattTest, SubscriptionsAreGivenBackWhenTheLinkEnds) {
   // One of them was under way only, but may be in force by now.
   EXPECT_EQ(calls(), "char0011 StopNotify, char0013 StopNotify");
   EXPECT_FALSE(time->isNotifying());
+
+  // Not to objects that are gone.
+  playAnew();
+  discover();
+  subscribe("2a2b");
+  subscribe("ff07");
+  bluez.remove(kTime);
+  loseLink();
+  EXPECT_EQ(calls(), "char0013 StopNotify");
 }
 
 TEST_F(GattTest, ASubscriptionIsRenewedWhenItsServiceWentAndCameBack) {
@@ -158,6 +169,19 @@ TEST_F(GattTest, ASubscriptionIsRenewedWhenItsServiceWentAndCameBack) {
   bluez.announce(kSteps);
   EXPECT_EQ(setResolved(true).calls(), "char0011 StartNotify");
   EXPECT_EQ(announceValue(kTime, {0x07}).events(), "value 2a2b 07");
+
+  // Where that fails there is none any more, and it can be asked for again.
+  bluez.byHand = {"StartNotify"};
+  bluez.remove(kTime);
+  placeGattObjects();
+  bluez.announce(kTime);
+  settle();
+  EXPECT_EQ(failWith("StartNotify", "0x0e").events(), "");
+  EXPECT_TRUE(log.contains(LogLevel::warning, "char0011 are not renewed"));
+  EXPECT_FALSE(characteristic("2a2b")->isNotifying());
+  EXPECT_EQ(announceValue(kTime, {0x08}).events(), "");
+  bluez.byHand.clear();
+  EXPECT_EQ(setNotify("2a2b", true).events(), "notifying 2a2b yes -");
 }
 
 // --- Writes ---

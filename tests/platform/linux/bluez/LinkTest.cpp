@@ -241,11 +241,64 @@ TEST_F(LinkTest, ThatIsLostMayBeCancelledOrAskedForAgainBeforeItIsTold) {
   connectAgain();
   EXPECT_EQ(runFor(500ms).events(), "disconnected 7, connected");
 
+  // A reason is that of the link that ended with it, and not the next one's.
+  bluez.disconnected(kBandPath, "org.bluez.Reason.Timeout");
+  settle();
+  linkBecomes(false);
+  EXPECT_EQ(events(), "disconnected 6");
+  bluez.disconnected(kBandPath, "org.bluez.Reason.Timeout");
+  EXPECT_EQ(connectAgain().events(), "connected");
+  linkBecomes(false);
+  EXPECT_EQ(runFor(500ms).events(), "disconnected 7");
+  EXPECT_EQ(connectAgain().events(), "connected");
+
   // Our own end is clean whatever the reason.
   bluez.byHand = {"Disconnect"};
   cancel();
   EXPECT_EQ(loseLink("org.bluez.Reason.Local").events(), "disconnected -");
   EXPECT_EQ(loop.pendingTimers(), 0U);
+}
+
+TEST_F(LinkTest, WhatObjectsFetchedAnewTellCountsBeforeItIsAnnounced) {
+  const struct {
+    const char* name;
+    std::function<void()> place;
+    const char* events;
+  } cases[] = {{"the link is gone", [this] { bluez.place(kBandPath, kDeviceInterface, band()); },
+                "disconnected 7"},
+               {"the device is gone",
+                [this] {
+                  bluez.clear();
+                  bluez.place(kHci0, kAdapterInterface, {{"Powered", true}});
+                },
+                "disconnected 7"},
+               {"power is gone", [this] { bluez.place(kHci0, kAdapterInterface, {}); },
+                "disconnected -, state 4"}};
+  for (const auto& one : cases) {
+    SCOPED_TRACE(one.name);
+    playAnew();
+    connect();
+    one.place();
+    changeBand({{"ServicesResolved", true}});  // which makes them be fetched
+    EXPECT_EQ(runFor(500ms).events(), one.events);
+  }
+}
+
+TEST_F(LinkTest, AnEndThatIsToldWhenTheLinkIsBackAlreadyIsToldAsAnEnd) {
+  makeManager();
+  simulated::SimulatedRunLoop slow{clock, zone};
+  manager.reset();
+  manager = radio->makeCentralManager(recorder, slow.makeSerialQueue("slow"), {});
+  settle();
+  askToConnect();
+  slow.runUntilIdle();
+  forget();
+  cancel();
+  connectAgain();
+  EXPECT_EQ(calls(), kDisconnect + ", " + kConnect);
+  slow.runUntilIdle();
+  EXPECT_EQ(recorder->take(), "disconnected -, connected");
+  manager.reset();
 }
 
 // --- Reentrancy and the end ---
