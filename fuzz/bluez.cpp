@@ -384,7 +384,7 @@ class Machine {
              {UUID::withString("fee0"), UUID::withString("fee1")})) {
       listener_->known.emplace(found.get(), found);
     }
-    switch (input.below(5)) {
+    switch (input.below(6)) {
       case 0:
         listener_->isScanning = true;
         manager_->scanForPeripheralsWithServices(
@@ -400,6 +400,11 @@ class Machine {
       case 3:
         if (!listener_->known.empty()) {
           manager_->connectPeripheral(peripheral(input), {});
+        }
+        break;
+      case 4:
+        if (!listener_->known.empty()) {
+          manager_->endLeftoverLink(peripheral(input));
         }
         break;
       default:

@@ -87,6 +87,10 @@ class CentralManager {
   virtual void connectPeripheral(const std::shared_ptr<Peripheral>& peripheral,
                                  const Dictionary& options) = 0;
   virtual void cancelPeripheralConnection(const std::shared_ptr<Peripheral>& peripheral) = 0;
+  /// Ends a link that an earlier run of ours has left over, without making it ours again; nothing
+  /// is told of it. Only the caller knows that it is not another program's. Without effect on a
+  /// link that is in use here, or where there is none.
+  virtual void endLeftoverLink(const std::shared_ptr<Peripheral>& peripheral) = 0;
 
   /// Whether the system can tell which devices are connected already.
   virtual bool respondsToRetrieveConnectedPeripherals() const { return true; }
@@ -101,8 +105,8 @@ class CentralManager {
 class BluetoothRadio {
  public:
   virtual ~BluetoothRadio() = default;
-  /// The identifiers are of devices used in earlier runs: a link left over to one of them is ended
-  /// before poweredOn is reported. The delegate is held weakly.
+  /// The identifiers are of devices seen in earlier runs: they are looked at also while the system
+  /// does not know what they offer. The delegate is held weakly.
   virtual std::unique_ptr<CentralManager> makeCentralManager(
       std::weak_ptr<CentralManagerDelegate> delegate, Queue queue,
       const std::vector<UUID>& storedIdentifiers) = 0;

@@ -214,6 +214,14 @@ void SimulatedCentralManager::cancelPeripheralConnection(
   asSimulated(peripheral).cancelConnection();
 }
 
+void SimulatedCentralManager::endLeftoverLink(const std::shared_ptr<Peripheral>& peripheral) {
+  for (const auto& link : radio_.links_) {
+    if (link.get() == asSimulated(peripheral).link() && link->owner() == nullptr) {
+      link->end(std::nullopt);
+    }
+  }
+}
+
 bool SimulatedCentralManager::respondsToRetrieveConnectedPeripherals() const {
   return radio_.respondsToRetrieveConnectedPeripherals;
 }

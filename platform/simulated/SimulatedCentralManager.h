@@ -34,6 +34,7 @@ class SimulatedCentralManager final : public CentralManager {
   void connectPeripheral(const std::shared_ptr<Peripheral>& peripheral,
                          const Dictionary& options) override;
   void cancelPeripheralConnection(const std::shared_ptr<Peripheral>& peripheral) override;
+  void endLeftoverLink(const std::shared_ptr<Peripheral>& peripheral) override;
   bool respondsToRetrieveConnectedPeripherals() const override;
   std::vector<std::shared_ptr<Peripheral>> retrieveConnectedPeripheralsWithServices(
       const std::vector<UUID>& services) override;

@@ -17,14 +17,7 @@ VirtualRadio::~VirtualRadio() = default;
 
 std::unique_ptr<CentralManager> VirtualRadio::makeCentralManager(
     std::weak_ptr<CentralManagerDelegate> delegate, Queue queue,
-    const std::vector<UUID>& storedIdentifiers) {
-  for (const auto& link : links_) {
-    const bool isStored =
-        std::ranges::find(storedIdentifiers, identifierOf(link->band())) != storedIdentifiers.end();
-    if (isStored && link->owner() == nullptr) {
-      link->end(std::nullopt);
-    }
-  }
+    const std::vector<UUID>& /*storedIdentifiers*/) {
   return std::make_unique<SimulatedCentralManager>(*this, std::move(delegate), std::move(queue));
 }
 

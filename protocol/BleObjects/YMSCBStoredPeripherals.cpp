@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <string>
-#include <string_view>
 #include <utility>
 
 #include "platform/UserDefaults.h"
@@ -11,26 +10,25 @@
 namespace wrixel2::bleobjects {
 namespace {
 
-constexpr std::string_view kStoredPeripherals = "storedPeripherals";
 /// With hyphens. The shorter forms of a UUID stand for attributes, not for devices.
 constexpr std::size_t kIdentifierTextLength = 36;
 
-void store(platform::UserDefaults& userDefaults, platform::Array list) {
-  userDefaults.setObjectForKey(kStoredPeripherals, std::move(list));
-  userDefaults.synchronize();
-}
-
 }  // namespace
 
+void YMSCBStoredPeripherals::store(platform::Array list) {
+  userDefaults_->setObjectForKey(key_, std::move(list));
+  userDefaults_->synchronize();
+}
+
 void YMSCBStoredPeripherals::initializeStorage() {
-  if (!userDefaults_->arrayForKey(kStoredPeripherals)) {
-    store(*userDefaults_, {});
+  if (!userDefaults_->arrayForKey(key_)) {
+    store({});
   }
 }
 
 std::vector<platform::UUID> YMSCBStoredPeripherals::genIdentifiers() const {
   std::vector<platform::UUID> identifiers;
-  const auto list = userDefaults_->arrayForKey(kStoredPeripherals);
+  const auto list = userDefaults_->arrayForKey(key_);
   for (const auto& entry : list.value_or(platform::Array())) {
     const auto* const text = entry.text();
     if (text == nullptr || text->size() != kIdentifierTextLength) {
@@ -48,17 +46,19 @@ void YMSCBStoredPeripherals::saveUUID(const platform::UUID& identifier) {
     return;
   }
   const platform::Value text(identifier.longText());
-  auto list = userDefaults_->arrayForKey(kStoredPeripherals).value_or(platform::Array());
+  auto list = userDefaults_->arrayForKey(key_).value_or(platform::Array());
   if (std::find(list.begin(), list.end(), text) == list.end()) {
     list.push_back(text);
+    list.erase(list.begin(),
+               list.end() - static_cast<std::ptrdiff_t>(std::min(list.size(), limit_)));
   }
-  store(*userDefaults_, std::move(list));
+  store(std::move(list));
 }
 
 void YMSCBStoredPeripherals::deleteUUID(const platform::UUID& identifier) {
-  auto list = userDefaults_->arrayForKey(kStoredPeripherals).value_or(platform::Array());
+  auto list = userDefaults_->arrayForKey(key_).value_or(platform::Array());
   std::erase(list, platform::Value(identifier.longText()));
-  store(*userDefaults_, std::move(list));
+  store(std::move(list));
 }
 
 }  // namespace wrixel2::bleobjects

@@ -1,8 +1,13 @@
 #pragma once
 
+#include <cstddef>
+#include <limits>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/UUID.h"
+#include "platform/Value.h"
 
 namespace wrixel2::platform {
 class UserDefaults;
@@ -10,12 +15,15 @@ class UserDefaults;
 
 namespace wrixel2::bleobjects {
 
-/// Identifiers of the devices seen before, kept in the user defaults as texts under
-/// "storedPeripherals", each once, in the order first seen.
+/// Identifiers of devices, kept in the user defaults as texts, each once, in the order first
+/// stored: under "storedPeripherals" those of the devices seen before.
 class YMSCBStoredPeripherals {
  public:
-  explicit YMSCBStoredPeripherals(platform::UserDefaults& userDefaults)
-      : userDefaults_(&userDefaults) {}
+  /// Beyond the limit the oldest go.
+  explicit YMSCBStoredPeripherals(platform::UserDefaults& userDefaults,
+                                  std::string key = "storedPeripherals",
+                                  std::size_t limit = std::numeric_limits<std::size_t>::max())
+      : userDefaults_(&userDefaults), key_(std::move(key)), limit_(limit) {}
 
   /// Stores an empty list if there is none.
   void initializeStorage();
@@ -26,7 +34,11 @@ class YMSCBStoredPeripherals {
   void deleteUUID(const platform::UUID& identifier);
 
  private:
+  void store(platform::Array list);
+
   platform::UserDefaults* userDefaults_;
+  std::string key_;
+  std::size_t limit_;
 };
 
 }  // namespace wrixel2::bleobjects

@@ -42,6 +42,8 @@ constexpr std::string_view kShellCompanion = "org.corvale.wrixel2Ipc";
 constexpr std::string_view kCapabilities = "org.corvale.wrixel2.capabilities";
 constexpr std::string_view kSteps = "org.corvale.wrixel2.steps";
 constexpr std::string_view kStopwatch = "org.corvale.wrixel2.stopwatch";
+constexpr const char* kServedPeripherals = "servedPeripherals";
+constexpr std::size_t kServedPeripheralsKept = 16;
 constexpr std::string_view kWatchdogIdentifier = "com.corvale.wrixel2.wd";
 
 /// Posted in place of a step count when there is no reading.
@@ -145,6 +147,7 @@ MBCentralManager::MBCentralManager(const platform::Platform& platform,
       healthKitManager_(healthKitManager),
       logger_(platform.log, "MBCentralManager"),
       shellCompanion_(platform.messageCenters.centerNamed(kShellCompanion)),
+      servedPeripherals_(platform.userDefaults, kServedPeripherals, kServedPeripheralsKept),
       pendingAlertMode_(noAlert()) {}
 
 MBCentralManager::~MBCentralManager() = default;
@@ -178,6 +181,15 @@ void MBCentralManager::statusMayHaveChanged() {
       (*observer)();
     }
   });
+}
+
+void MBCentralManager::authVerdictGiven() {
+  for (const auto& band : bands()) {
+    if (band->authService().isAuthorized()) {
+      servedPeripherals_.saveUUID(band->cbPeripheral()->identifier());
+    }
+  }
+  statusMayHaveChanged();
 }
 
 void MBCentralManager::setState(SessionState state) {
@@ -272,6 +284,7 @@ void MBCentralManager::managerUnsupportedHandler() {
 void MBCentralManager::initialConnectionRequest(platform::UniqueFunction<void()> completion) {
   int accepted = 0;
   if (manager().respondsToRetrieveConnectedPeripherals()) {
+    const auto served = servedPeripherals_.genIdentifiers();
     for (const auto& device : retrieveConnectedPeripheralsWithServices(services_)) {
       if (handlePeripheral(device, nullptr)) {
         // By its place in the list, not the one just accepted: deliberate. The bands known are
@@ -281,6 +294,9 @@ void MBCentralManager::initialConnectionRequest(platform::UniqueFunction<void()>
           doConnectWithPeripheral(std::static_pointer_cast<MBPeripheral>(stored));
         }
         ++accepted;
+      } else if (std::ranges::find(served, device->identifier()) != served.end()) {
+        // Of an earlier run. It has to end before the band advertises again.
+        manager().endLeftoverLink(device);
       }
     }
   }

@@ -11,6 +11,7 @@
 #include "platform/Log.h"
 #include "platform/Platform.h"
 #include "protocol/BleObjects/YMSCBCentralManager.h"
+#include "protocol/BleObjects/YMSCBStoredPeripherals.h"
 #include "protocol/MBBLE/Services/AuthState.h"
 #include "protocol/MBBLE/Services/SessionManager.h"
 
@@ -160,7 +161,7 @@ class MBCentralManager final : public bleobjects::YMSCBCentralManager,
   void syncClock();
   void getBatteryInfo();
 
-  void authVerdictGiven() override { statusMayHaveChanged(); }
+  void authVerdictGiven() override;
   /// What the band said of the pairing key last; a link that ends is no word.
   mbservices::AuthVerdict authVerdict() const { return authState_.verdict; }
   /// Lets go of the band and connects it anew, for a pairing key that has changed.
@@ -213,6 +214,9 @@ class MBCentralManager final : public bleobjects::YMSCBCentralManager,
   platform::Logger logger_;
   std::unique_ptr<platform::MessageCenter> shellCompanion_;
   mbservices::AuthState authState_;
+  /// The bands that were authenticated here. A link to one of them that nobody here has made is
+  /// left over from an earlier run; any other belongs to another program.
+  bleobjects::YMSCBStoredPeripherals servedPeripherals_;
 
   /// Shared, so that a call in progress survives its replacement.
   std::shared_ptr<platform::UniqueFunction<void()>> statusObserver_;

@@ -49,7 +49,7 @@ BluezCentralManager::BluezCentralManager(std::unique_ptr<BluezBus> bus, RunLoop&
       delegate_(std::move(delegate)),
       deliveries_(std::move(queue)),
       wantedAdapter_(std::move(options.adapter)),
-      usedIdentifiers_(options.storedIdentifiers.begin(), options.storedIdentifiers.end()),
+      knownIdentifiers_(options.storedIdentifiers.begin(), options.storedIdentifiers.end()),
       bus_(std::move(bus)),
       scanner_(*bus_, loop_, logger_, [this] { linkNeedsChanged(); }) {
   bus_->start(*this);
@@ -212,7 +212,6 @@ void BluezCentralManager::reviewAdapter() {
     if (isPoweredOn()) {
       setState(adapter.empty() ? CentralState::unsupported : CentralState::poweredOff);
     }
-    forgetLeftovers();
     adapter_ = adapter;
   }
   if (adapter_.empty()) {
@@ -230,19 +229,13 @@ void BluezCentralManager::reviewAdapter() {
                 "No Bluetooth until the adapter {} {}", nameOfPath(adapter_),
                 power == "off-blocked" ? "is unblocked (rfkill unblock bluetooth)" : "has power"));
     setState(CentralState::poweredOff);
-  } else if (!isPoweredOn() && leftovers_.empty()) {
+  } else if (!isPoweredOn()) {
     logOnce(LogLevel::info, fmt::format("The Bluetooth adapter is {}", nameOfPath(adapter_)));
-    endLeftovers();
-    if (leftovers_.empty()) {
-      setState(CentralState::poweredOn);
-    }
+    setState(CentralState::poweredOn);
   }
 }
 
 void BluezCentralManager::setState(CentralState state) {
-  if (state != CentralState::poweredOn) {
-    forgetLeftovers();
-  }
   if (state == state_) {
     return;
   }
@@ -275,50 +268,6 @@ void BluezCentralManager::logOnce(LogLevel level, const std::string& line) {
     tellDelegate(
         [this](CentralManagerDelegate& delegate) { delegate.centralManagerProblemChanged(*this); });
   });
-}
-
-// --- Links left over from an earlier run ---
-
-void BluezCentralManager::endLeftovers() {
-  for (const auto& path : objects_.pathsBelow(adapter_, kDeviceInterface)) {
-    const auto& device = *objects_.properties(path, kDeviceInterface);
-    if (boolForKey(device, "Connected") && usedIdentifiers_.contains(identifierOfDevice(device))) {
-      leftovers_.insert(path);
-    }
-  }
-  if (leftovers_.empty()) {
-    return;
-  }
-  leftoverTimer_ = loop_.scheduledTimer(kLeftoverWatchdog, false, [this] {
-    logger_.warning("A link from an earlier run does not end");
-    forgetLeftovers();
-    setState(CentralState::poweredOn);
-  });
-  for (const auto& path : leftovers_) {
-    endLeftover(path);
-  }
-}
-
-void BluezCentralManager::endLeftover(const std::string& path) {
-  bus_->call({path, kDeviceInterface, "Disconnect"}, BluezLink::kDisconnectTimeout,
-             [this, path](const BluezReply& reply) {
-               const auto* device = objects_.properties(path, kDeviceInterface);
-               if (reply.isError() || device == nullptr || !boolForKey(*device, "Connected")) {
-                 leftoverEnded(path);
-               }
-             });
-}
-
-void BluezCentralManager::leftoverEnded(const std::string& path) {
-  if (leftovers_.erase(path) > 0 && leftovers_.empty()) {
-    forgetLeftovers();
-    setState(CentralState::poweredOn);
-  }
-}
-
-void BluezCentralManager::forgetLeftovers() {
-  leftovers_.clear();
-  leftoverTimer_.reset();
 }
 
 // --- What is heard of the objects ---
@@ -384,9 +333,7 @@ void BluezCentralManager::interfacesRemoved(const std::string& path, const Array
       peripheral->gatt().objectRemoved(path);
     }
   }
-  if (isRemoved(kDeviceInterface)) {
-    leftoverEnded(path);
-  } else if (isRemoved(kAdapterInterface)) {
+  if (isRemoved(kAdapterInterface)) {
     review();
   }
 }
@@ -416,9 +363,6 @@ void BluezCentralManager::propertiesChanged(const std::string& path, const std::
 }
 
 void BluezCentralManager::deviceChanged(const std::string& path, const Dictionary& changed) {
-  if (holds(changed, "Connected") && !boolForKey(changed, "Connected")) {
-    leftoverEnded(path);
-  }
   auto* const peripheral = knownPeripheral(path);
   if (peripheral == nullptr) {
     return;
@@ -483,6 +427,15 @@ void BluezCentralManager::linkNeedsChanged() {
   }
 }
 
+bool BluezCentralManager::isWanted(const std::string& path, const Dictionary& device,
+                                   const std::optional<std::vector<UUID>>& services) const {
+  // A device that we know may have lost its services: bluetoothd forgets them with the link or the
+  // adapter's power, and takes what is advertised after that for nothing new.
+  const bool isKnown =
+      knownPeripheral(path) != nullptr || knownIdentifiers_.contains(identifierOfDevice(device));
+  return offersAny(device, services) || (isKnown && offersNothing(device));
+}
+
 void BluezCentralManager::heard(const std::string& path) {
   const auto* device = objects_.properties(path, kDeviceInterface);
   if (device == nullptr || deviceOfPath(path).empty()) {
@@ -498,12 +451,9 @@ void BluezCentralManager::heard(const std::string& path) {
 
 void BluezCentralManager::advertise(const std::string& path, const Dictionary& device) {
   // The filters of all programs that scan are merged into one, so what comes is more than we asked
-  // for. A device of ours may have lost its services: bluetoothd forgets them with the link or the
-  // adapter's power, and takes what is advertised after that for nothing new.
-  const bool isOurs =
-      knownPeripheral(path) != nullptr || usedIdentifiers_.contains(identifierOfDevice(device));
-  const bool isOffered = offersAny(device, scan_->services) || (isOurs && offersNothing(device));
-  if (!isOffered || (!scan_->reported.insert(path).second && !scan_->reportsDuplicates)) {
+  // for.
+  if (!isWanted(path, device, scan_->services) ||
+      (!scan_->reported.insert(path).second && !scan_->reportsDuplicates)) {
     return;
   }
   deliveries_.deliver([this, scan = std::weak_ptr<Scan>(scan_), peripheral = peripheralOf(path),
@@ -520,13 +470,17 @@ void BluezCentralManager::advertise(const std::string& path, const Dictionary& d
 
 void BluezCentralManager::connectPeripheral(const std::shared_ptr<Peripheral>& peripheral,
                                             const Dictionary& /*options*/) {
-  usedIdentifiers_.insert(peripheral->identifier());
+  knownIdentifiers_.insert(peripheral->identifier());
   asBluez(peripheral).connect();
 }
 
 void BluezCentralManager::cancelPeripheralConnection(
     const std::shared_ptr<Peripheral>& peripheral) {
   asBluez(peripheral).cancelConnection();
+}
+
+void BluezCentralManager::endLeftoverLink(const std::shared_ptr<Peripheral>& peripheral) {
+  asBluez(peripheral).link().endLeftover();
 }
 
 void BluezCentralManager::didConnect(const std::shared_ptr<Peripheral>& peripheral, Task change) {
@@ -569,7 +523,7 @@ BluezCentralManager::retrieveConnectedPeripheralsWithServices(const std::vector<
   }
   for (const auto& path : objects_.pathsBelow(adapter_, kDeviceInterface)) {
     const auto& device = *objects_.properties(path, kDeviceInterface);
-    if (boolForKey(device, "Connected") && offersAny(device, services)) {
+    if (boolForKey(device, "Connected") && isWanted(path, device, services)) {
       peripherals.push_back(peripheralOf(path));
     }
   }

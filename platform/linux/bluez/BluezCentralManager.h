@@ -26,8 +26,6 @@ class BluezCentralManager final : public CentralManager,
                                   private BluezLinkAnswers {
  public:
   static constexpr TimeInterval kObjectsTimeout = std::chrono::seconds(60);
-  /// How long powered-on waits for links left over from an earlier run to end.
-  static constexpr TimeInterval kLeftoverWatchdog = std::chrono::seconds(10);
 
   struct Options {
     /// "hci0"; none: the first adapter that has power, else the first.
@@ -52,6 +50,7 @@ class BluezCentralManager final : public CentralManager,
   void connectPeripheral(const std::shared_ptr<Peripheral>& peripheral,
                          const Dictionary& options) override;
   void cancelPeripheralConnection(const std::shared_ptr<Peripheral>& peripheral) override;
+  void endLeftoverLink(const std::shared_ptr<Peripheral>& peripheral) override;
   std::vector<std::shared_ptr<Peripheral>> retrieveConnectedPeripheralsWithServices(
       const std::vector<UUID>& services) override;
   std::vector<std::shared_ptr<Peripheral>> retrievePeripheralsWithIdentifiers(
@@ -111,10 +110,6 @@ class BluezCentralManager final : public CentralManager,
   void reviewAdapter();
   void setState(CentralState state);
   void logOnce(LogLevel level, const std::string& line);
-  void endLeftovers();
-  void endLeftover(const std::string& path);
-  void leftoverEnded(const std::string& path);
-  void forgetLeftovers();
 
   // Devices.
   /// The device whose object, or one of whose GATT objects, has the path; empty for others.
@@ -122,6 +117,8 @@ class BluezCentralManager final : public CentralManager,
   BluezPeripheral* knownPeripheral(const std::string& path) const;
   std::shared_ptr<BluezPeripheral> peripheralOf(const std::string& path);
   void deviceChanged(const std::string& path, const Dictionary& changed);
+  bool isWanted(const std::string& path, const Dictionary& device,
+                const std::optional<std::vector<UUID>>& services) const;
   void heard(const std::string& path);
   void advertise(const std::string& path, const Dictionary& device);
   template <typename Call>
@@ -133,7 +130,7 @@ class BluezCentralManager final : public CentralManager,
   std::weak_ptr<CentralManagerDelegate> delegate_;
   DeliveryQueue deliveries_;
   std::optional<std::string> wantedAdapter_;
-  std::set<UUID> usedIdentifiers_;  ///< of this run and, as stored, of earlier ones
+  std::set<UUID> knownIdentifiers_;  ///< used in this run or seen in earlier ones
 
   BluezObjects objects_;
   Reach reach_ = Reach::unknown;
@@ -142,8 +139,6 @@ class BluezCentralManager final : public CentralManager,
   CentralState state_ = CentralState::unknown;
   CentralState shownState_ = CentralState::unknown;
   std::string logged_;
-  std::set<std::string> leftovers_;
-  std::unique_ptr<Timer> leftoverTimer_;
 
   std::shared_ptr<Scan> scan_;  ///< while there is one; what is delivered of it holds it weakly
   std::map<std::string, std::shared_ptr<BluezPeripheral>, std::less<>> peripherals_;

@@ -96,6 +96,15 @@ void BluezLink::cancel() {
   }
 }
 
+void BluezLink::endLeftover() {
+  if (phase_ == Phase::down && isConnectedOnBus()) {
+    phase_ = Phase::ending;
+    wasUp_ = true;
+    isEndTold_ = true;
+    askForEnd();
+  }
+}
+
 void BluezLink::pursue() {
   timer_.reset();
   const bool isKnown = context_.objects().properties(path(), kDeviceInterface) != nullptr;

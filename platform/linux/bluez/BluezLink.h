@@ -69,6 +69,8 @@ class BluezLink {
 
   void connect();
   void cancel();
+  /// Ends the system's link, which is not our claim but of an earlier run; nobody is told.
+  void endLeftover();
   /// Given only while isReady().
   void permitCall();
   /// Asks for the end without waiting for anything: the process is about to go.

@@ -25,9 +25,9 @@ class VirtualRadioTest : public ::testing::Test {
  protected:
   VirtualRadioTest() { platform_.radio.addBand(band_); }
 
-  void makeManager(const std::vector<UUID>& storedIdentifiers = {}) {
+  void makeManager() {
     manager_ = platform_.radio.makeCentralManager(
-        host_, platform_.runLoop.makeSerialQueue("com.example.test"), storedIdentifiers);
+        host_, platform_.runLoop.makeSerialQueue("com.example.test"), {});
   }
 
   /// A manager that is powered on and knows the band's peripheral.
@@ -231,15 +231,16 @@ TEST_F(VirtualRadioTest, AConnectionToABandOutOfRangeWaitsForEver) {
   EXPECT_EQ(after(120ms), Events{"connected"});
 }
 
-TEST_F(VirtualRadioTest, OnlyALeftOverLinkOfOursIsEndedBeforePoweredOnIsReported) {
-  for (const bool isOurs : {true, false}) {
-    SCOPED_TRACE(isOurs);
-    platform_.radio.connectBySomebodyElse(*band_);
-    host_->events.clear();
-    host_->react = [&](const std::string&) { EXPECT_EQ(band_->isAdvertising(), isOurs); };
-    makeManager(isOurs ? std::vector{VirtualRadio::identifierOf(*band_)} : std::vector<UUID>{});
-    EXPECT_EQ(after(0s), Events{"state 5"});
-  }
+TEST_F(VirtualRadioTest, ALinkThatNobodyHereHasMadeIsEndedOnlyWhenThatIsAskedFor) {
+  platform_.radio.connectBySomebodyElse(*band_);
+  start();
+  EXPECT_FALSE(band_->isAdvertising());
+  manager_->endLeftoverLink(peripheral_);
+  EXPECT_TRUE(band_->isAdvertising());
+  connect();
+  manager_->endLeftoverLink(peripheral_);
+  EXPECT_EQ(after(0s), Events{}) << "one in use stays";
+  EXPECT_FALSE(band_->isAdvertising());
 }
 
 TEST_F(VirtualRadioTest, AnUnclaimedLinkReadsDisconnectedAndAnswersEveryRequestWithAnError) {

@@ -180,6 +180,9 @@ class FakeCentralManager final : public platform::CentralManager {
   void cancelPeripheralConnection(const DevicePtr& device) override {
     journal.push_back("cancel " + shortName(*device));
   }
+  void endLeftoverLink(const DevicePtr& device) override {
+    journal.push_back("end " + shortName(*device));
+  }
   std::vector<DevicePtr> retrieveConnectedPeripheralsWithServices(
       const std::vector<UUID>& services) override {
     journal.push_back("retrieveConnected " + std::to_string(services.size()));

@@ -77,7 +77,7 @@ TEST_F(YMSCBCentralManagerTest, MakesThePlatformsCentralForItself) {
   phone.userDefaults.setObjectForKey(kKey, Array{kFirst});
   make(true);
   EXPECT_EQ(radio.storedIdentifiers, std::vector<UUID>{first->identifier()})
-      << "links left over from earlier runs can be told";
+      << "devices of earlier runs are known to it";
 
   phone.userDefaults.setObjectForKey(kKey, "no list");
   make(false);

@@ -15,6 +15,7 @@ using platform::Value;
 const std::string kKey = "storedPeripherals";
 const std::string kFirst = "aaaaaaaa-0000-4000-8000-000000000001";
 const std::string kSecond = "aaaaaaaa-0000-4000-8000-000000000002";
+const std::string kThird = "aaaaaaaa-0000-4000-8000-000000000003";
 
 class YMSCBStoredPeripheralsTest : public testing::Test {
  protected:
@@ -52,6 +53,15 @@ TEST_F(YMSCBStoredPeripheralsTest, WhatIsNoIdentifierIsSkippedButStays) {
   defaults.setObjectForKey(kKey, Array{kFirst, kSecond, kFirst, 5});
   stored.deleteUUID(UUID::withString(kFirst));
   EXPECT_EQ(onDisk(), Value(Array{kSecond, 5})) << "every equal entry goes";
+}
+
+TEST_F(YMSCBStoredPeripheralsTest, AnotherListMayBeBounded) {
+  YMSCBStoredPeripherals two(defaults, "other", 2);
+  for (const auto& served : {kThird, kSecond, kThird, kFirst}) {
+    two.saveUUID(UUID::withString(served));
+  }
+  EXPECT_EQ(defaults.synchronizedValues().at("other"), Value(Array{kSecond, kFirst}));
+  EXPECT_EQ(defaults.objectForKey(kKey), std::nullopt);
 }
 
 }  // namespace

@@ -243,6 +243,7 @@ void SessionModel::linkMade() {
   if (const auto drop = std::exchange(plannedDrop_, std::nullopt)) {
     if (drop->first > kLastAuthenticationStep) {
       authenticationFailures_ = 0;
+      wasServed_ = true;
     }
     linkEnded(drop->second);
     return;
@@ -256,6 +257,7 @@ void SessionModel::authenticate() {
   }
   if (refusals_ == 0) {
     authenticationFailures_ = 0;
+    wasServed_ = true;
     link_ = Link::setUp;
     isBatteryKnown_ = true;
     served();
@@ -367,6 +369,9 @@ void SessionModel::startBandConnection(bool isWatched) {
       view_.state = kConnected;
     }
     return;
+  }
+  if (wasServed_) {
+    link_ = Link::none;  // of an earlier run, then
   }
   scan(isWatched);
 }

@@ -124,6 +124,7 @@ class SessionModel {
   bool scanIsWatched_ = false;
 
   int authenticationFailures_ = 0;
+  bool wasServed_ = false;
   bool isBatteryKnown_ = false;
   std::optional<std::string> lockFile_;
   std::uint64_t alertRepeat_ = 1;

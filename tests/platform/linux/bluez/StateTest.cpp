@@ -9,18 +9,7 @@ using namespace std::chrono_literals;
 
 const std::string kHci1 = "/org/bluez/hci1";
 
-class StateTest : public BluezFixture {
- protected:
-  /// A link that is ours from an earlier run, which the manager asks to end.
-  void startWithLeftover() {
-    playAnew();
-    bluez.place(kBandPath, kDeviceInterface, band({{"Connected", true}}));
-    bluez.byHand = {"Disconnect"};
-    makeManager({identifierOfDevice(band())});
-    EXPECT_EQ(calls(), kDisconnect);
-    EXPECT_EQ(events(), "");
-  }
-};
+class StateTest : public BluezFixture {};
 
 TEST_F(StateTest, TheFirstStateSaysWhatThereIsAndTheLogWhatIsMissing) {
   const Dictionary kOn{{"Powered", true}, {"Roles", Array{"central"}}};
@@ -161,55 +150,74 @@ TEST_F(StateTest, AnotherAdapterIsUsedOnlyOnceTheOneInUseIsOfNoUse) {
   EXPECT_EQ(events(), "connected");
 }
 
-// --- Links left over from an earlier run ---
+// --- Links that this run has not made ---
 
-TEST_F(StateTest, LeftoverLinksAreEndedBeforePoweredOnIsTold) {
-  startWithLeftover();
-  EXPECT_EQ(reply("Disconnect").events(), "") << "the answer alone does not end it";
-  EXPECT_EQ(linkBecomes(false).events(), "state 5");
-  EXPECT_EQ(loop.pendingTimers(), 0U);
-
-  // Those of this run as well, after bluetoothd came back.
-  playAnew();
-  connect();
-  bluez.stop();
-  settle();
-  bluez.restart();
-  EXPECT_EQ(events(), "disconnected -, state 1, state 5");
-  EXPECT_EQ(calls(), kDisconnect);
-}
-
-TEST_F(StateTest, LeftoverLinksThatAreGoneOrDoNotEndHoldNothingUp) {
-  startWithLeftover();
-  EXPECT_EQ(runFor(9'999ms).events(), "");
-  EXPECT_EQ(runFor(1ms).events(), "state 5");
-  EXPECT_TRUE(log.contains(LogLevel::warning, "does not end"));
-
-  startWithLeftover();
-  EXPECT_EQ(fail("Disconnect", "NotConnected").events(), "state 5");
-
-  startWithLeftover();
-  bluez.remove(kBandPath);
-  EXPECT_EQ(events(), "state 5");
-
-  startWithLeftover();
-  EXPECT_EQ(setPower(false).events(), "state 4");
-  EXPECT_EQ(runFor(20s).events(), "") << "forgotten with the power";
-}
-
-TEST_F(StateTest, LinksOfOtherProgramsAreLeftAloneAndCanBeRetrieved) {
+TEST_F(StateTest, LinksOfOthersAndOfEarlierRunsAreLeftAloneAndCanBeRetrieved) {
+  const UUID identifier = identifierOfDevice(band());
   bluez.place(kBandPath, kDeviceInterface, band({{"Connected", true}}));
-  makeManager();
-  EXPECT_EQ(calls(), "");
-  EXPECT_EQ(events(), "state 5");
   const auto connected = [this](const char* service) {
     return manager->retrieveConnectedPeripheralsWithServices({UUID::withString(service)});
   };
-  ASSERT_EQ(connected("fee0").size(), 1U);
-  EXPECT_EQ(connected("fee0").front()->name(), "MI Band 2");
-  EXPECT_EQ(connected("fee0").front()->state(), PeripheralState::disconnected)
-      << "it is not our link";
-  EXPECT_TRUE(connected("180d").empty());
+  for (const bool isSeenBefore : {false, true}) {
+    makeManager(isSeenBefore ? std::vector{identifier} : std::vector<UUID>{});
+    EXPECT_EQ(events(), "state 5");
+    setPower(false);
+    setPower(true);
+    bluez.stop();
+    settle();
+    bluez.restart();
+    EXPECT_EQ(events(), "state 4, state 5, state 1, state 5");
+    EXPECT_EQ(calls(), "") << "it may be another program's";
+    ASSERT_EQ(connected("fee0").size(), 1U);
+    EXPECT_EQ(connected("fee0").front()->name(), "MI Band 2");
+    EXPECT_EQ(connected("fee0").front()->state(), PeripheralState::disconnected)
+        << "it is not our link";
+    EXPECT_TRUE(connected("180d").empty());
+  }
+  // bluetoothd may have forgotten what a device that we know offers.
+  bluez.change(kBandPath, kDeviceInterface, {{"UUIDs", Array{}}});
+  settle();
+  EXPECT_EQ(connected("fee0").size(), 1U);
+}
+
+TEST_F(StateTest, ALinkOfAnEarlierRunIsEndedWhereThatIsWanted) {
+  const struct {
+    const char* name;
+    std::function<void()> then;
+    const char* events;
+    std::string calls;
+  } cases[] = {{"it ends", [this] { reply("Disconnect"), linkBecomes(false); }, "", ""},
+               {"it does not", [this] { runFor(20s); }, "", ""},
+               {"the device goes", [this] { bluez.remove(kBandPath); }, "", ""},
+               {"power goes", [this] { setPower(false); }, "state 4", ""},
+               {"it is wanted once more, and made anew when the old one has gone",
+                [this] {
+                  manager->connectPeripheral(peripheral, {});
+                  EXPECT_EQ(calls(), "");
+                  reply("Disconnect"), linkBecomes(false);
+                },
+                "connected", kConnect}};
+  for (const auto& one : cases) {
+    SCOPED_TRACE(one.name);
+    playAnew();
+    bluez.place(kBandPath, kDeviceInterface, band({{"Connected", true}}));
+    bluez.byHand = {"Disconnect"};
+    makeManager();
+    peripheral = bandPeripheral();
+    manager->cancelPeripheralConnection(peripheral);
+    EXPECT_EQ(calls(), "") << "nothing of ours to cancel";
+    manager->endLeftoverLink(peripheral);
+    manager->endLeftoverLink(peripheral);
+    EXPECT_EQ(calls(), kDisconnect);
+    EXPECT_EQ(peripheral->state(), PeripheralState::disconnected);
+    EXPECT_EQ(events(), "state 5");
+    one.then();
+    EXPECT_EQ(events(), one.events);
+    EXPECT_EQ(calls(), one.calls);
+    EXPECT_EQ(loop.pendingTimers(), 0U);
+  }
+  manager->endLeftoverLink(peripheral);
+  EXPECT_EQ(calls(), "") << "one in use stays";
 }
 
 }  // namespace
