@@ -132,6 +132,11 @@ TEST_F(VirtualBandTest, RefusesAWrongKeyAnOldNumberAndWhomItWasToldToRefuse) {
   askForNumber();
   writeAuth(answer);  // of a number that is no longer asked for
   EXPECT_EQ(radio_.take(kAuthInfo), std::vector<Bytes>{kRefused});
+  const auto onThisLink = answerOf(recordedExchanges()[1]);
+  band_.linkDown();
+  link();
+  writeAuth(onThisLink);
+  EXPECT_EQ(radio_.take(kAuthInfo), std::vector<Bytes>{kRefused});
 
   const auto right = answerOf(recordedExchanges().front());
   writeAuth(right);
