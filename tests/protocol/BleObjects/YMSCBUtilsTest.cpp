@@ -59,7 +59,7 @@ TEST(YMSCBUtilsTest, IntegersAreSignedAndMissingBytesAreZero) {
   EXPECT_EQ(YMSCBUtils::dataToInt16(Bytes{0xFE, 0xFF}), -2);
   EXPECT_EQ(YMSCBUtils::dataToInt16(Bytes{0xFF, 0x7F, 0xFF}), 32767);
   EXPECT_EQ(YMSCBUtils::dataToInt16(Bytes{0xFE}), 0xFE);
-  EXPECT_EQ(YMSCBUtils::dataToInt32(Bytes{1, 2, 3, 4}), 0x04030201);
+  EXPECT_EQ(YMSCBUtils::dataToInt32(Bytes{1, 2, 3, 4, 0x80}), 0x04030201);
   EXPECT_EQ(YMSCBUtils::dataToInt32(Bytes{0xFF, 0xFF, 0xFF, 0xFF}), -1);
   EXPECT_EQ(YMSCBUtils::dataToInt32(Bytes{0xFF, 0xFF, 0xFF}), 0xFFFFFF);
 }
