@@ -23,6 +23,14 @@ void DetachedCommands::run(const std::vector<std::string>& command, std::string_
   if (command.empty()) {
     return;
   }
+  isDropLogged_ = isDropLogged_ && !children_.empty();
+  if (children_.size() >= kMostRunning) {
+    if (!std::exchange(isDropLogged_, true)) {
+      logger_.warning(fmt::format("{} of {} is not started: {} commands run already",
+                                  command.front(), setting, kMostRunning));
+    }
+    return;
+  }
   const auto process = spawnDetached(command);
   if (!process) {
     logger_.error(platform::errorFromErrno(

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include "companion/DetachedCommands.h"
@@ -59,6 +60,25 @@ TEST_F(DetachedCommandsTest, GivesAProgramItsArgumentsAndNothingOfItsOwn) {
   EXPECT_EQ(contents("signals"), "no SigBlk\nno SigIgn\n");
   EXPECT_EQ(contents("arguments"), "a b|$HOME; exit||");
   EXPECT_EQ(log.lines, std::vector<std::string>{});
+}
+
+TEST_F(DetachedCommandsTest, ABoundedNumberRuns) {
+  const std::string pipe = directory.path("pipe");
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  for (std::size_t burst = 1; burst <= 2; ++burst) {
+    for (int i = 0; i < 100; ++i) {
+      children.run({"sh", "-c", "read line <" + pipe + "; echo >>" + directory.path("ends")}, "x");
+    }
+    EXPECT_EQ(children.running(), DetachedCommands::kMostRunning);
+    EXPECT_EQ(log.count("WARN sh of x is not started"), burst);
+    const int writer = ::open(pipe.c_str(), O_RDWR | O_CLOEXEC);
+    const std::string lines(DetachedCommands::kMostRunning, '\n');
+    ASSERT_EQ(::write(writer, lines.data(), lines.size()), static_cast<ssize_t>(lines.size()));
+    EXPECT_TRUE(
+        loop.runUntil([this] { return children.running() == 0; }, std::chrono::seconds(10)));
+    ::close(writer);
+    EXPECT_EQ(contents("ends"), std::string(burst * DetachedCommands::kMostRunning, '\n'));
+  }
 }
 
 TEST_F(DetachedCommandsTest, SaysWhatDidNotWork) {
