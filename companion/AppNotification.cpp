@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include "companion/Markup.h"
+#include "platform/Utf8.h"
 
 namespace wrixel2::companion {
 
@@ -22,18 +23,26 @@ constexpr std::string_view kKClock = "org.kde.kclock";
 constexpr std::string_view kAlarmSection = "com.apple.mobiletimer";
 constexpr std::string_view kSnoozing = "Snoozing";
 
+/// Other programs' words, at the length to which they are kept.
+std::string identifier(std::string_view text) {
+  return std::string(platform::utf8Prefix(text, platform::kLongestIdentifier));
+}
+std::string shortened(std::string_view text) {
+  return std::string(platform::utf8Prefix(text, platform::kLongestText));
+}
+
 const std::string* textAt(const Array& arguments, std::size_t index) {
   return index < arguments.size() ? arguments[index].text() : nullptr;
 }
 
 /// An app with nothing to say in a place sends an empty text there.
 std::optional<std::string> textOrNone(const std::string& text) {
-  return text.empty() ? std::nullopt : std::optional(text);
+  return text.empty() ? std::nullopt : std::optional(shortened(text));
 }
 
-std::string withoutSuffix(std::string text, std::string_view suffix) {
+std::string_view withoutSuffix(std::string_view text, std::string_view suffix) {
   if (text.ends_with(suffix)) {
-    text.resize(text.size() - suffix.size());
+    text.remove_suffix(suffix.size());
   }
   return text;
 }
@@ -43,7 +52,7 @@ std::optional<std::string> senderOf(const Dictionary& details,
                                     const std::optional<std::string>& title) {
   const auto category = platform::textForKey(details, "category");
   const bool isMessage = category && (*category == "im" || category->starts_with("im."));
-  return isMessage ? title : std::nullopt;
+  return isMessage && title ? std::optional(identifier(*title)) : std::nullopt;
 }
 
 /// An action's name, which its target may follow: "app.stop-alarm::1", or "app.stop-alarm('1')".
@@ -107,7 +116,7 @@ std::string normalized(const std::string& text) {
       words.push_back(' ');
     }
   }
-  return withoutSuffix(std::move(words), " ");
+  return std::string(withoutSuffix(words, " "));
 }
 
 std::optional<std::string> titleOf(const AppNotification& notification) {
@@ -131,12 +140,12 @@ Result<AppNotification> notificationNamedByItsApp(const Array& arguments) {
     return Error{0, "the arguments are not those of AddNotification"};
   }
   AppNotification notification;
-  notification.app = *app;
+  notification.app = identifier(*app);
   notification.title = textOrNone(platform::textForKey(*details, "title").value_or(""));
-  notification.body = platform::textForKey(*details, "body").value_or("");
+  notification.body = shortened(platform::textForKey(*details, "body").value_or(""));
   notification.sender = senderOf(*details, notification.title);
   notification.handle = handleOfName(*app, *name);
-  if (*app == kGnomeClocks) {
+  if (notification.app == kGnomeClocks) {
     notification.alarm = phaseByActions(actionsOfButtons(*details));
   }
   return notification;
@@ -154,7 +163,7 @@ bool AppNotification::saysTheSame(const AppNotification& other) const {
 }
 
 std::string handleOfName(std::string_view app, std::string_view name) {
-  return fmt::format("name {} {}", app, name);
+  return fmt::format("name {} {}", identifier(app), identifier(name));
 }
 
 std::string handleOfNumber(std::int64_t number) { return fmt::format("number {}", number); }
@@ -173,14 +182,14 @@ Result<AppNotification> notificationFromNotify(const Array& arguments) {
   }
   AppNotification notification;
   const auto desktopEntry = platform::textForKey(*hints, "desktop-entry");
-  notification.app =
-      desktopEntry && !desktopEntry->empty() ? withoutSuffix(*desktopEntry, ".desktop") : *appName;
+  notification.app = identifier(
+      desktopEntry && !desktopEntry->empty() ? withoutSuffix(*desktopEntry, ".desktop") : *appName);
   notification.title = textOrNone(*summary);
-  notification.body = textWithoutMarkup(*body);
+  notification.body = textWithoutMarkup(shortened(*body));
   notification.sender = senderOf(*hints, notification.title);
   notification.isTransient = platform::boolForKey(*hints, "transient");
   notification.replacedId = arguments[1].longValue();
-  notification.appName = *appName;
+  notification.appName = identifier(*appName);
   if (notification.app == kGnomeClocks) {
     notification.alarm = phaseByActions(actionsOf(arguments[5].array()));
   } else if (notification.app == kKClock) {
@@ -197,7 +206,7 @@ Result<AppNotification> notificationFromPortal(const Array& arguments) {
   auto notification = notificationNamedByItsApp(arguments);
   if (notification && notification->body.empty()) {
     notification->body = textWithoutMarkup(
-        platform::textForKey(*arguments[2].dictionary(), "markup-body").value_or(""));
+        shortened(platform::textForKey(*arguments[2].dictionary(), "markup-body").value_or("")));
   }
   return notification;
 }

@@ -17,7 +17,8 @@ enum class AlarmPhase : std::uint8_t {
   snoozing,  ///< it says that an alarm will ring again
 };
 
-/// What an app asked the desktop to show.
+/// What an app asked the desktop to show. Apps are not trusted: what they say is held to
+/// platform::kLongestText, and to kLongestIdentifier where it tells things apart.
 struct AppNotification {
   std::string app;  ///< the app's identifier; empty when it does not say
   std::optional<std::string> title;

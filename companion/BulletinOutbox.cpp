@@ -17,6 +17,14 @@ bool isUndelivered(const platform::Error& error) {
   return error.code == MessageCenter::kNobodyServes || error.code == MessageCenter::kServerIsGone;
 }
 
+std::size_t bytesOf(const Dictionary& bulletin) {
+  std::size_t bytes = 0;
+  for (const auto& [key, value] : bulletin) {
+    bytes += key.size() + (value.text() == nullptr ? 0 : value.text()->size());
+  }
+  return bytes;
+}
+
 }  // namespace
 
 BulletinOutbox::BulletinOutbox(MessageCenter& daemon, const platform::Clock& clock,
@@ -35,10 +43,13 @@ BulletinOutbox::~BulletinOutbox() {
 
 BulletinOutbox::Ticket BulletinOutbox::add(const std::string& sectionID, Dictionary bulletin) {
   dropOldOnes();
-  if (waiting_.size() == kMostWaiting) {
+  const std::size_t bytes = bytesOf(bulletin);
+  while (waiting_.size() > firstUnsent() &&
+         (waiting_.size() == kMostWaiting || bytes_ + bytes > kMostBytes)) {
     drop(firstUnsent(), "too many wait for the daemon");
   }
-  waiting_.push_back({++lastTicket_, sectionID, std::move(bulletin), clock_.monotonicNow()});
+  bytes_ += bytes;
+  waiting_.push_back({++lastTicket_, sectionID, std::move(bulletin), clock_.monotonicNow(), bytes});
   const Ticket ticket = lastTicket_;
   sendNext();
   return ticket;
@@ -90,7 +101,7 @@ bool BulletinOutbox::sendFirst() {
 void BulletinOutbox::answered(const platform::Result<Dictionary>& answer) {
   const auto finished = std::move(pending_);
   if (answer) {
-    waiting_.pop_front();
+    remove(0);
   } else if (!isUndelivered(answer.error())) {
     logger_.warning(description(answer.error()));
     drop(0, "the daemon refused it");
@@ -111,10 +122,14 @@ void BulletinOutbox::dropOldOnes() {
 }
 
 void BulletinOutbox::drop(std::size_t index, const char* reason) {
-  const auto entry = waiting_.begin() + static_cast<std::ptrdiff_t>(index);
   logger_.warning(fmt::format("Dropped a notification of {}: {} ({} dropped so far)",
-                              entry->sectionID, reason, ++dropped_));
-  waiting_.erase(entry);
+                              waiting_[index].sectionID, reason, ++dropped_));
+  remove(index);
+}
+
+void BulletinOutbox::remove(std::size_t index) {
+  bytes_ -= waiting_[index].bytes;
+  waiting_.erase(waiting_.begin() + static_cast<std::ptrdiff_t>(index));
 }
 
 }  // namespace wrixel2::companion

@@ -17,11 +17,13 @@ namespace wrixel2::companion {
 /// each until the daemon has answered it. What a daemon did not answer before it went is sent again
 /// to the next one; an answer that is only late costs time, and never makes a second alert.
 ///
-/// At most 256 are kept, for at most 60 seconds: an alert that comes later than that tells of
-/// nothing new. One that is dropped has a line in the log, with the number of all of them so far.
+/// At most 256 and 1 MB of texts are kept, for at most 60 seconds: an alert that comes later than
+/// that tells of nothing new. One that is dropped has a line in the log, with the number of all of
+/// them so far.
 class BulletinOutbox {
  public:
   static constexpr std::size_t kMostWaiting = 256;
+  static constexpr std::size_t kMostBytes = 1'000'000;
   static constexpr platform::TimeInterval kLongestWait = platform::seconds(60);
 
   /// By which one bulletin is named afterwards.
@@ -55,6 +57,7 @@ class BulletinOutbox {
     std::string sectionID;
     platform::Dictionary bulletin;
     platform::MonotonicTime since;
+    std::size_t bytes = 0;  ///< of its texts
     bool isTakenBack = false;
   };
 
@@ -63,6 +66,7 @@ class BulletinOutbox {
   void answered(const platform::Result<platform::Dictionary>& answer);
   void dropOldOnes();
   void drop(std::size_t index, const char* reason);
+  void remove(std::size_t index);
   /// Those before it are on the way.
   std::size_t firstUnsent() const { return pending_ ? 1 : 0; }
 
@@ -73,6 +77,7 @@ class BulletinOutbox {
   std::deque<Waiting>
       waiting_;  ///< oldest first; the first one is on the way while pending_ is set
   std::unique_ptr<platform::PendingAnswer> pending_;
+  std::size_t bytes_ = 0;  ///< of the texts of all
   bool isOpen_ = false;
   Ticket lastTicket_ = 0;
   std::uint64_t dropped_ = 0;

@@ -20,6 +20,18 @@ constexpr std::string_view kPortal = "org.freedesktop.impl.portal.Notification";
 /// To which GNOME's notification service hands on, as one more Notify, each that it gets.
 constexpr std::string_view kForwardDestination = "org.gnome.Shell";
 
+constexpr std::string_view kNotifyTypes = "susssasa{sv}i";
+constexpr std::string_view kAddTypes = "ssa{sv}";
+
+/// The arguments of a notification of which only the first ones could be read.
+void fillIn(Array& arguments, std::string_view types) {
+  const Array empty = types == kNotifyTypes
+                          ? Array{"", 0, "", "", "", Array(), platform::Dictionary(), -1}
+                          : Array{"", "", platform::Dictionary()};
+  arguments.insert(arguments.end(), empty.begin() + static_cast<std::ptrdiff_t>(arguments.size()),
+                   empty.end());
+}
+
 std::vector<std::string> matchRules() {
   std::vector<std::string> rules;
   const auto add = [&rules](std::string_view type, std::string_view interface,
@@ -58,7 +70,7 @@ platform::Result<std::unique_ptr<BusNotificationMonitor>> BusNotificationMonitor
     platform::linux::LinuxRunLoop& loop, platform::Log& log, std::string ownConnection,
     NotificationListener& listener) {
   std::unique_ptr<BusNotificationMonitor> monitor(
-      new BusNotificationMonitor(std::move(ownConnection), listener));
+      new BusNotificationMonitor(log, std::move(ownConnection), listener));
   auto opened = BusConnection::openSessionMonitor(
       loop, matchRules(),
       [raw = monitor.get()](const BusMessage& message) { raw->received(message); });
@@ -66,11 +78,10 @@ platform::Result<std::unique_ptr<BusNotificationMonitor>> BusNotificationMonitor
     return opened.error();
   }
   monitor->connection_ = std::move(*opened);
-  monitor->connection_->onDisconnected(
-      [&loop, logger = platform::Logger(log, "NotificationMonitor")] {
-        logger.error("The session bus ended the monitor");
-        loop.stop(1);
-      });
+  monitor->connection_->onDisconnected([&loop, logger = monitor->logger_] {
+    logger.error("The session bus ended the monitor");
+    loop.stop(1);
+  });
   return monitor;
 }
 
@@ -81,24 +92,29 @@ void BusNotificationMonitor::received(const BusMessage& message) const {
     return;
   }
   // Ill-formed messages are between their sender and the one that it sent them to.
-  const auto arguments = message.arguments();
-  if (!arguments) {
-    return;
+  Array arguments;
+  if (const auto error = message.readBoundedArguments(arguments)) {
+    logger_.warning(fmt::format("{} from {} is taken as far as it can be read: {}",
+                                message.member(), message.sender(), description(*error)));
   }
   if (isAnswer) {
     listener_.notificationRenamed(handleOfCall(message.destination(), message.replyCookie()),
-                                  numberedHandle(*arguments));
+                                  numberedHandle(arguments));
   } else if (message.isMethodCall()) {
-    receivedCall(message, *arguments);
+    receivedCall(message, std::move(arguments));
   } else if (message.interface() == kNotifications) {
-    listener_.notificationEnded(numberedHandle(*arguments));
+    listener_.notificationEnded(numberedHandle(arguments));
   }
 }
 
-void BusNotificationMonitor::receivedCall(const BusMessage& message, const Array& arguments) const {
+void BusNotificationMonitor::receivedCall(const BusMessage& message, Array arguments) const {
   // A copy that is addressed by the shell's unique name is told by its texts (NotificationFilter).
   if (message.sender() == ownConnection_ || message.destination() == kForwardDestination) {
     return;
+  }
+  const std::string_view types = message.signature();
+  if (types == kNotifyTypes || types == kAddTypes) {
+    fillIn(arguments, types);
   }
   if (message.is(kNotifications, "Notify")) {
     auto notification = notificationFromNotify(arguments);

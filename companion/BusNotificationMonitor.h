@@ -25,14 +25,17 @@ class BusNotificationMonitor {
       NotificationListener& listener);
 
  private:
-  BusNotificationMonitor(std::string ownConnection, NotificationListener& listener)
-      : ownConnection_(std::move(ownConnection)), listener_(listener) {}
+  BusNotificationMonitor(platform::Log& log, std::string ownConnection,
+                         NotificationListener& listener)
+      : logger_(log, "NotificationMonitor"),
+        ownConnection_(std::move(ownConnection)),
+        listener_(listener) {}
 
   void received(const platform::linux::BusMessage& message) const;
-  void receivedCall(const platform::linux::BusMessage& message,
-                    const platform::Array& arguments) const;
+  void receivedCall(const platform::linux::BusMessage& message, platform::Array arguments) const;
   void report(const platform::Result<AppNotification>& notification) const;
 
+  platform::Logger logger_;
   std::string ownConnection_;
   NotificationListener& listener_;
   std::unique_ptr<platform::linux::BusConnection> connection_;

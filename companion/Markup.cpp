@@ -6,6 +6,8 @@
 #include <optional>
 #include <utility>
 
+#include "platform/Utf8.h"
+
 namespace wrixel2::companion {
 
 namespace {
@@ -56,27 +58,6 @@ std::size_t tagLength(std::string_view text) {
 bool isLineBreak(std::string_view tag) {
   return tag.size() >= 4 && (tag[1] == 'b' || tag[1] == 'B') && (tag[2] == 'r' || tag[2] == 'R') &&
          !isLetter(tag[3]) && !isDigit(tag[3]);
-}
-
-void appendUtf8(std::string& text, std::uint32_t character) {
-  const auto trail = [character](unsigned shift) {
-    return static_cast<char>(0x80U | ((character >> shift) & 0x3FU));
-  };
-  if (character < 0x80) {
-    text.push_back(static_cast<char>(character));
-  } else if (character < 0x800) {
-    text.push_back(static_cast<char>(0xC0U | (character >> 6U)));
-    text.push_back(trail(0));
-  } else if (character < 0x10000) {
-    text.push_back(static_cast<char>(0xE0U | (character >> 12U)));
-    text.push_back(trail(6));
-    text.push_back(trail(0));
-  } else {
-    text.push_back(static_cast<char>(0xF0U | (character >> 18U)));
-    text.push_back(trail(12));
-    text.push_back(trail(6));
-    text.push_back(trail(0));
-  }
 }
 
 /// The number of "#65" or "#x41" if it is that of a character which a text can hold.
@@ -131,14 +112,14 @@ std::size_t decodeReference(std::string_view text, std::string& decoded) {
   const std::string_view name = text.substr(1, end - 1);
   if (name[0] == '#') {
     if (const auto character = numberedCharacter(name)) {
-      appendUtf8(decoded, *character);
+      decoded += platform::utf8FromCharacter(*character);
       return end + 1;
     }
     return 0;
   }
   for (const auto& [known, character] : kNames) {
     if (known == name) {
-      appendUtf8(decoded, character);
+      decoded += platform::utf8FromCharacter(character);
       return end + 1;
     }
   }

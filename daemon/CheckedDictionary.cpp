@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include "platform/Utf8.h"
+
 namespace wrixel2::daemon {
 
 std::optional<bool> CheckedDictionary::boolean(std::string_view key) const {
@@ -31,6 +33,15 @@ std::optional<std::string> CheckedDictionary::displayedText(std::string_view key
 }
 
 std::optional<std::string> CheckedDictionary::text(std::string_view key) const {
+  return text(key, platform::kLongestText);
+}
+
+std::optional<std::string> CheckedDictionary::identifier(std::string_view key) const {
+  return text(key, platform::kLongestIdentifier);
+}
+
+std::optional<std::string> CheckedDictionary::text(std::string_view key,
+                                                   std::size_t longest) const {
   const auto* value = platform::find(*entries_, key);
   if (value == nullptr) {
     return std::nullopt;
@@ -39,7 +50,7 @@ std::optional<std::string> CheckedDictionary::text(std::string_view key) const {
     warn(key, *value, "a text");
     return std::nullopt;
   }
-  return *value->text();
+  return std::string(platform::utf8Prefix(*value->text(), longest));
 }
 
 const platform::Value* CheckedDictionary::scalar(std::string_view key) const {

@@ -26,10 +26,12 @@ class CheckedDictionary {
   std::optional<std::int64_t> longInteger(std::string_view key) const;
   /// Any boolean, number or text, as it is shown to people.
   std::optional<std::string> displayedText(std::string_view key) const;
-  /// Texts only.
+  /// Texts only, cut to platform::kLongestText or, of what tells things apart, kLongestIdentifier.
   std::optional<std::string> text(std::string_view key) const;
+  std::optional<std::string> identifier(std::string_view key) const;
 
  private:
+  std::optional<std::string> text(std::string_view key, std::size_t longest) const;
   const platform::Value* scalar(std::string_view key) const;
   void warn(std::string_view key, const platform::Value& value, std::string_view expected) const;
 

@@ -1,5 +1,6 @@
 #include "daemon/ForwardingRules.h"
 
+#include <algorithm>
 #include <chrono>
 #include <utility>
 
@@ -25,6 +26,14 @@ bool isSameSender(const std::optional<std::string>& one, const std::optional<std
   return one && other && *one == *other;
 }
 
+/// More apps than a phone has.
+constexpr std::size_t kMostRemembered = 256;
+
+bool isRecent(const MsgInfo& forwarded, const Settings& settings, platform::MonotonicTime now) {
+  const auto elapsed = std::chrono::floor<std::chrono::seconds>(now - forwarded.moment());
+  return static_cast<std::uint64_t>(elapsed.count()) < settings.timeout;
+}
+
 bool isWithinQuietTime(const Bulletin& bulletin, const Settings& settings,
                        platform::MonotonicTime now, const ForwardingHistory& history) {
   const auto last = history.find(bulletin.sectionID);
@@ -35,8 +44,7 @@ bool isWithinQuietTime(const Bulletin& bulletin, const Settings& settings,
       !isSameSender(last->second.sender(), bulletin.sender)) {
     return false;
   }
-  const auto elapsed = std::chrono::floor<std::chrono::seconds>(now - last->second.moment());
-  return static_cast<std::uint64_t>(elapsed.count()) < settings.timeout;
+  return isRecent(last->second, settings, now);
 }
 
 ForwardingRule decidingRule(const Bulletin& bulletin, const Settings& settings,
@@ -112,6 +120,18 @@ ForwardingDecision decideForwarding(const Bulletin& bulletin, const Settings& se
         logger);
   }
   return decision;
+}
+
+void remember(ForwardingHistory& history, const std::string& sectionID, MsgInfo forwarded,
+              const Settings& settings) {
+  const auto now = forwarded.moment();
+  std::erase_if(history, [&](const auto& entry) { return !isRecent(entry.second, settings, now); });
+  history.erase(sectionID);
+  if (history.size() == kMostRemembered) {
+    history.erase(std::ranges::min_element(
+        history, {}, [](const auto& entry) { return entry.second.moment(); }));
+  }
+  history.emplace(sectionID, std::move(forwarded));
 }
 
 BandAlert alertOfApp(const Settings& settings, std::string_view sectionID, std::string text,

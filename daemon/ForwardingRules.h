@@ -69,6 +69,11 @@ ForwardingDecision decideForwarding(const Bulletin& bulletin, const Settings& se
                                     const ForwardingHistory& history,
                                     const platform::Logger& logger);
 
+/// Keeps that the app's notification was forwarded. What is no longer within the quiet time decides
+/// nothing and goes; should many apps be within it, the one that was forwarded first does.
+void remember(ForwardingHistory& history, const std::string& sectionID, MsgInfo forwarded,
+              const Settings& settings);
+
 /// The alert as the app's settings say, with the text only where its preview is on.
 BandAlert alertOfApp(const Settings& settings, std::string_view sectionID, std::string text,
                      const platform::Logger& logger);

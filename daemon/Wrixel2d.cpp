@@ -204,7 +204,7 @@ void Wrixel2d::addDistributedObservers() {
 
 void Wrixel2d::handleBulletinRequest(const platform::Dictionary& userInfo) {
   const CheckedDictionary entries(userInfo, "bulletinRequest", logger_);
-  auto sectionID = entries.text("sectionID");
+  auto sectionID = entries.identifier("sectionID");
   if (!sectionID) {
     logger_.byFile().warning("Dropping a bulletinRequest without sectionID");
     return;
@@ -212,7 +212,7 @@ void Wrixel2d::handleBulletinRequest(const platform::Dictionary& userInfo) {
   const Bulletin bulletin{.sectionID = std::move(*sectionID),
                           .title = entries.text("title"),
                           .message = entries.text("message").value_or(""),
-                          .sender = entries.text("sender")};
+                          .sender = entries.identifier("sender")};
   const auto now = platform_.clock.monotonicNow();
   const auto decision = decideForwarding(
       bulletin, state_.settings,
@@ -222,8 +222,8 @@ void Wrixel2d::handleBulletinRequest(const platform::Dictionary& userInfo) {
     logger_.info("Triggering an alarm in an enhanced mode ...");
   } else if (decision.rule == ForwardingRule::forward) {
     if (state_.settings.doNotAnnoy) {
-      history_.insert_or_assign(bulletin.sectionID,
-                                MsgInfo(bulletin.sender, platform_.clock.now(), now));
+      remember(history_, bulletin.sectionID, MsgInfo(bulletin.sender, platform_.clock.now(), now),
+               state_.settings);
     }
     logger_.info(fmt::format("#Forwaring: {}", bulletin.sectionID));
   } else {
@@ -248,7 +248,7 @@ void Wrixel2d::handleDndChange(const platform::Dictionary& userInfo) {
 }
 
 void Wrixel2d::handleVibrationTesting(const platform::Dictionary& userInfo) {
-  const auto app = CheckedDictionary(userInfo, "appChanged", logger_).text("appInfo");
+  const auto app = CheckedDictionary(userInfo, "appChanged", logger_).identifier("appInfo");
   if (!app) {
     logger_.byFile().warning("Ignoring an appChanged without appInfo");
     return;

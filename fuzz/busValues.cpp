@@ -83,6 +83,10 @@ Array sealedAndRead(const BusMessage& message) {
   check(sd_bus_message_seal(message.get(), 1, 0) >= 0, "what was appended is a whole message");
   const auto values = message.arguments();
   check(static_cast<bool>(values), "what was appended is readable");
+  Array bounded;
+  check(!message.readBoundedArguments(bounded), "and within bounds too");
+  check(!std::ranges::all_of(*values, isNumber) || bounded == *values,
+        "what is small is read in full");
   return *values;
 }
 

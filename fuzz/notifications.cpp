@@ -78,7 +78,12 @@ void arguments(Input& input) {
       continue;
     }
     check(!made->title || !made->title->empty(), "no title is none, not an empty one");
-    check(!made->sender || made->sender == made->title, "a sender is who the title names");
+    check(!made->sender || made->title->starts_with(*made->sender),
+          "a sender is who the title names");
+    check(made->app.size() <= platform::kLongestIdentifier &&
+              made->appName.size() <= platform::kLongestIdentifier &&
+              made->body.size() <= platform::kLongestText,
+          "what is kept is bounded");
     const auto userInfo = companion::bulletinUserInfo(*made);
     check(platform::textForKey(userInfo, "sectionID") == made->app, "the bulletin names the app");
     check(platform::textForKey(userInfo, "message") == made->body, "the bulletin has the body");

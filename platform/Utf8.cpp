@@ -81,6 +81,16 @@ bool isControl(char32_t character) {
          isIn(0x2028, 0x202E) || isIn(0x2066, 0x2069);
 }
 
+std::string_view utf8Prefix(std::string_view text, std::size_t bytes) {
+  if (text.size() <= bytes) {
+    return text;
+  }
+  while (bytes > 0 && (byteAt(text, bytes) & 0xC0U) == 0x80) {
+    --bytes;
+  }
+  return text.substr(0, bytes);
+}
+
 std::string utf8FromCharacter(char32_t character) {
   const auto tail = [&](unsigned shift) {
     return static_cast<char>(0x80 | (character >> shift & 0x3F));

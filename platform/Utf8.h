@@ -28,6 +28,14 @@ bool isUtf8(std::string_view text);
 /// C0 and C1 controls, ends of lines, and what turns the order of the characters around.
 bool isControl(char32_t character);
 
+/// What is kept of anything that another program says, in bytes: of names by which things are told
+/// apart, and of texts for people.
+inline constexpr std::size_t kLongestIdentifier = 255;
+inline constexpr std::size_t kLongestText = 4096;
+
+/// The beginning of the text that has at most so many bytes and cuts no character in two.
+std::string_view utf8Prefix(std::string_view text, std::size_t bytes);
+
 /// The bytes of a character, which is at most U+10FFFF.
 std::string utf8FromCharacter(char32_t character);
 

@@ -69,6 +69,13 @@ Result<Array> BusMessage::arguments() const {
   return readValues(get());
 }
 
+ErrorOrNone BusMessage::readBoundedArguments(Array& arguments) const {
+  if (const int result = sd_bus_message_rewind(get(), 1); result < 0) {
+    return errorFromErrno(-result, "The message cannot be read");
+  }
+  return readBoundedValues(get(), arguments);
+}
+
 Result<FileDescriptor> BusMessage::fileDescriptor() const {
   int number = -1;
   int result = sd_bus_message_rewind(get(), 1);

@@ -51,6 +51,9 @@ class BusMessage {
   /// All arguments from the first on, in the forms of readValue().
   Result<Array> arguments() const;
 
+  /// The same of a message that anybody may have sent; see readBoundedValues().
+  ErrorOrNone readBoundedArguments(Array& arguments) const;
+
   /// A descriptor of the caller's own for the one that is the first argument ('h').
   Result<FileDescriptor> fileDescriptor() const;
 

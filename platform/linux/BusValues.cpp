@@ -9,6 +9,7 @@
 #include <errno.h>
 #include <fmt/format.h>
 
+#include "platform/Utf8.h"
 #include "platform/linux/BusText.h"
 
 namespace wrixel2::platform::linux {
@@ -31,7 +32,10 @@ Error tooMuch(std::string_view what) { return {EMSGSIZE, fmt::format("The messag
 // that the signature tells already.
 class Reader {
  public:
-  explicit Reader(sd_bus_message* message) : message_(message) {}
+  explicit Reader(sd_bus_message* message, bool isBounded = false)
+      : message_(message),
+        longestText_(isBounded ? kLongestText : SIZE_MAX),
+        textLeft_(isBounded ? kMaximumBoundedBytes : SIZE_MAX) {}
 
   /// Leaves the value empty at the end of what is being read.
   ErrorOrNone next(std::optional<Value>& value) {
@@ -63,13 +67,13 @@ class Reader {
   ErrorOrNone rest(Array& values) {
     std::optional<Value> value;
     while (true) {
-      if (auto error = next(value)) {
+      auto error = next(value);
+      if (value) {
+        values.push_back(std::move(*value));
+      }
+      if (error || !value) {
         return error;
       }
-      if (!value) {
-        return std::nullopt;
-      }
-      values.push_back(std::move(*value));
       value.reset();
     }
   }
@@ -122,7 +126,7 @@ class Reader {
         return readError(result);
       }
       const auto* bytes = static_cast<const std::uint8_t*>(data);
-      value.emplace(Bytes(bytes, bytes + size));
+      value.emplace(Bytes(bytes, bytes + take(size)));
       return std::nullopt;
     }
     const std::string_view element(contents);
@@ -138,14 +142,12 @@ class Reader {
     while (true) {
       const int entered =
           sd_bus_message_enter_container(message_, SD_BUS_TYPE_DICT_ENTRY, entryContents);
-      if (entered < 0) {
-        return readError(entered);
+      auto error = entered < 0 ? ErrorOrNone(readError(entered)) : std::nullopt;
+      if (entered > 0) {
+        error = restOfContainer([&] { return entryInto(entries, entryContents[0]); });
       }
-      if (entered == 0) {
+      if (error || entered == 0) {
         value.emplace(std::move(entries));
-        return std::nullopt;
-      }
-      if (auto error = restOfContainer([&] { return entryInto(entries, entryContents[0]); })) {
         return error;
       }
     }
@@ -158,12 +160,31 @@ class Reader {
       return error;
     }
     std::optional<Value> value;
-    if (auto error = variant(value)) {
-      return error;
+    auto error = variant(value);
+    if (value) {
+      const auto* text = key->text();
+      entries.insert_or_assign(text != nullptr ? *text : std::to_string(key->longValue()),
+                               std::move(*value));
     }
-    const auto* text = key->text();
-    entries.insert_or_assign(text != nullptr ? *text : std::to_string(key->longValue()),
-                             std::move(*value));
+    return error;
+  }
+
+  /// How much is kept of a text or data of so many bytes.
+  std::size_t take(std::size_t bytes) {
+    const std::size_t taken = std::min({bytes, longestText_, textLeft_});
+    textLeft_ -= taken;
+    return taken;
+  }
+
+  ErrorOrNone text(char type, std::optional<Value>& value) {
+    const char* content = nullptr;
+    if (const int result = sd_bus_message_read_basic(message_, type, &content); result < 0) {
+      // libsystemd takes no text with noncharacters, which the bus lets through.
+      value.emplace(kReplacementCharacter);
+      return readError(result);
+    }
+    const std::string_view whole(content);
+    value.emplace(utf8Prefix(whole, take(whole.size())));
     return std::nullopt;
   }
 
@@ -206,7 +227,7 @@ class Reader {
       case SD_BUS_TYPE_STRING:
       case SD_BUS_TYPE_OBJECT_PATH:
       case SD_BUS_TYPE_SIGNATURE:
-        return read<const char*>(type, value);
+        return text(type, value);
       case SD_BUS_TYPE_UNIX_FD: {
         const int result = sd_bus_message_skip(message_, "h");
         value.emplace(-1);
@@ -218,6 +239,8 @@ class Reader {
   }
 
   sd_bus_message* message_;
+  std::size_t longestText_;
+  std::size_t textLeft_;
   int depth_ = 0;
   int count_ = 0;
 };
@@ -466,6 +489,10 @@ Result<Array> readValues(sd_bus_message* message) {
     return *error;
   }
   return values;
+}
+
+ErrorOrNone readBoundedValues(sd_bus_message* message, Array& values) {
+  return Reader(message, true).rest(values);
 }
 
 ErrorOrNone appendValues(sd_bus_message* message, std::string_view signature, const Array& values) {

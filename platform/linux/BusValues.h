@@ -13,6 +13,8 @@ namespace wrixel2::platform::linux {
 /// Containers nested more deeply, and messages of more values, are refused in both directions.
 inline constexpr int kMaximumBusDepth = 32;
 inline constexpr int kMaximumBusValues = 100'000;
+/// As much is kept of the texts and data of one message that is read within bounds.
+inline constexpr std::size_t kMaximumBoundedBytes = std::size_t{1} << 20;
 
 /// The next argument of a message. What becomes what:
 ///
@@ -27,6 +29,12 @@ Result<std::optional<Value>> readValue(sd_bus_message* message);
 
 /// All remaining arguments of a message.
 Result<Array> readValues(sd_bus_message* message);
+
+/// The same for a message that anybody may have sent: of a text, a key or data no more than
+/// kLongestText is kept (see utf8Prefix), and of all together no more than kMaximumBoundedBytes.
+/// On an error the values are what stands before it, the last one maybe in part; a text that
+/// libsystemd does not take is U+FFFD there.
+ErrorOrNone readBoundedValues(sd_bus_message* message, Array& values);
 
 /// Appends the values as the complete types of the signature, one a value. An error names the first
 /// value that does not fit: an integer out of the type's range, a text for a number. Texts are made

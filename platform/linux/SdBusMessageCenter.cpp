@@ -99,15 +99,15 @@ ErrorOrNone SdBusMessageCenter::exportMessages() {
 }
 
 void SdBusMessageCenter::serve(const BusMessage& call, const CallHandler& handler) const {
-  const auto arguments = call.arguments();
-  if (!arguments) {
+  Array arguments;
+  if (const auto error = call.readBoundedArguments(arguments)) {
     logger_.warning(fmt::format("The message {} from {} cannot be read: {}", call.member(),
-                                call.sender(), description(arguments.error())));
-    call.replyError(SD_BUS_ERROR_INVALID_ARGS, arguments.error().localizedDescription);
+                                call.sender(), description(*error)));
+    call.replyError(SD_BUS_ERROR_INVALID_ARGS, error->localizedDescription);
     return;
   }
   // sd-bus has let only the one signature through.
-  handler(call, *arguments->front().dictionary());
+  handler(call, *arguments.front().dictionary());
 }
 
 void SdBusMessageCenter::registerMethod(std::string_view name, CallHandler handler) {

@@ -122,6 +122,22 @@ TEST(AppNotificationTest, AnAlarmIsToldByActionsAndEventsInEveryForm) {
   }
 }
 
+TEST(AppNotificationTest, WhatAnAppSaysIsHeldToALength) {
+  const std::string kLong(100'000, 'x');
+  const std::string kName(255, 'x');
+  const std::string kText(4096, 'x');
+  AppNotification expected = notification(kName, kText, kText, kName);
+  expected.appName = kName;
+  const Dictionary details{
+      {"title", kLong}, {"body", kLong}, {"category", "im"}, {"desktop-entry", kLong}};
+  EXPECT_EQ(*notificationFromNotify(notifyArguments(kLong, 0, kLong, kLong, details)), expected);
+  expected.appName = "";
+  expected.handle = "name " + kName + " " + kName;
+  EXPECT_EQ(*notificationFromAddNotification({kLong, kLong, details}), expected);
+  const Dictionary markup{{"title", kLong}, {"markup-body", kLong}, {"category", "im"}};
+  EXPECT_EQ(*notificationFromPortal({kLong, kLong, markup}), expected);
+}
+
 TEST(AppNotificationTest, OtherArgumentsAreRefused) {
   const std::vector<Array> wrong = {
       {},

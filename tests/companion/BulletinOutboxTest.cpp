@@ -141,6 +141,19 @@ TEST_F(BulletinOutboxTest, DropsTheOldestAboveItsBound) {
   EXPECT_EQ((Names{rest[0], rest[1]}), (Names{"0", "2"}));
 }
 
+TEST_F(BulletinOutboxTest, KeepsAMegabyteOfTextsAndNoMore) {
+  const std::string text(8000, 'x');
+  for (int i = 0; i < 1000; ++i) {
+    add(text);
+  }
+  startIntroducedDaemon();
+  const std::size_t kept = taken().size();
+  EXPECT_EQ(kept, BulletinOutbox::kMostBytes / (text.size() + sizeof "message" - 1));
+  EXPECT_EQ(dropped("too many wait for the daemon"), 1000 - kept);
+  add("and the next");
+  EXPECT_EQ(taken(), Names{"and the next"});
+}
+
 TEST_F(BulletinOutboxTest, DropsWhatIsOlderThanAMinute) {
   add("1");
   phone_.runLoop.runFor(1us);

@@ -131,6 +131,26 @@ TEST_F(ForwardingRulesTest, TheQuietTimeIsPerAppOrPerAppAndSender) {
   }
 }
 
+TEST_F(ForwardingRulesTest, TheHistoryHoldsWhatCanDecideAndNoMoreThanAPhoneHas) {
+  const Settings settings;
+  const auto note = [&](int app, platform::TimeInterval later) {
+    circumstances_.now += later;
+    remember(history_, std::to_string(app), MsgInfo({}, {}, circumstances_.now), settings);
+  };
+  note(1, 0s);
+  note(2, 14'999ms);
+  EXPECT_EQ(history_.size(), 2U);
+  note(3, 1ms);
+  EXPECT_FALSE(history_.contains("1"));
+  for (int app = 4; app < 1000; ++app) {
+    note(app, 1us);
+  }
+  note(999, 1us);
+  EXPECT_EQ(history_.size(), 256U);
+  EXPECT_FALSE(history_.contains("743"));
+  EXPECT_TRUE(history_.contains("744"));
+}
+
 TEST_F(ForwardingRulesTest, TheAlertIsComposedAsTheAppsSettingsSay) {
   const Dictionary kApp{{"MBRepeat-org.example.Chat", 2},
                         {"MBIcon-org.example.Chat", 9},

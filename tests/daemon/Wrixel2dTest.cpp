@@ -488,6 +488,21 @@ TEST_F(Wrixel2dTest, EntriesOfTheWrongKindReadAsAbsent) {
   EXPECT_EQ(system.log.count(LogLevel::warning, "Ignoring an appChanged without appInfo"), 2U);
 }
 
+TEST_F(Wrixel2dTest, TextsAndIdentifiersAreHeldToALength) {
+  const std::string kLong(10'000, 'x');
+  const std::string kApp(255, 'x');
+  const std::string kText(4096, 'x');
+  startService({{"MBIcon-" + kApp, 9}, {"MBPreview-" + kApp, true}});
+  bulletin({{"sectionID", kLong}, {"title", kLong}, {"message", kLong}});
+  EXPECT_EQ(newBandAlert(), (BandAlert{1, 9, 0, kText + ":" + kText}));
+  send("phoneCall", {{"newCall", true}, {"text", kLong}});
+  run();
+  EXPECT_EQ(newBandAlert(), callAlert(kText));
+  send("appChanged", {{"appInfo", kLong}});
+  run();
+  EXPECT_EQ(newBandAlert()->icon, 9U);
+}
+
 TEST_F(Wrixel2dTest, TheQuietTimeRunsFromTheLastForwardedNotification) {
   startService({{"donotannoy", true}, {"MBIcon-app", 9}});
   const auto isForwarded = [this](const char* sender) {

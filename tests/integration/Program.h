@@ -34,6 +34,7 @@ class Program {
   ~Program();
 
   void signal(int number) const;
+  pid_t process() const { return process_; }
 
   const std::string& output() const { return output_.text; }
   const std::string& errors() const { return errors_.text; }

@@ -7,6 +7,14 @@
 namespace wrixel2::platform {
 namespace {
 
+TEST(Utf8, APrefixCutsNoCharacterInTwo) {
+  const std::string text = "a\u00E9\u20AC\U0001F600";
+  const std::size_t lengths[] = {0, 1, 1, 3, 3, 3, 6, 6, 6, 6, 10, 10};
+  for (std::size_t bytes = 0; bytes < std::size(lengths); ++bytes) {
+    EXPECT_EQ(utf8Prefix(text, bytes), text.substr(0, lengths[bytes])) << bytes;
+  }
+}
+
 TEST(Utf8, TellsWhatATextBeginsWith) {
   const struct {
     std::string text;

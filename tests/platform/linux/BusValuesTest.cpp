@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "platform/Utf8.h"
 #include "platform/linux/BusValues.h"
 #include "tests/platform/linux/BusTest.h"
 
@@ -40,6 +41,45 @@ TEST_F(BusValuesTest, EveryTypeReadsAsTheValueThatStandsForIt) {
   EXPECT_EQ(read[1], Value(Dictionary{{"343", Bytes{1, 2}}}));
   const Value others[] = {Array{"in", 7}, Array{8, 9}, Array{}, "inner"};
   EXPECT_TRUE(std::equal(read.begin() + 2, read.end(), others));
+}
+
+TEST_F(BusValuesTest, WithinBoundsTextsAreCutAndABadOneEndsTheReading) {
+  const auto boundedly = [](const BusMessage& message, Array& values) {
+    sd_bus_message_seal(message.get(), 1, 0);
+    return message.readBoundedArguments(values);
+  };
+  const std::string text = std::string(kLongestText - 1, 'a') + "\u20AC";
+  const std::string cut(kLongestText - 1, 'a');
+  auto large = newMessage();
+  ASSERT_FALSE(large.append("sa{sv}", {text, Dictionary{{text, text}, {"d", Bytes(5000, 1)}}}));
+  Array values;
+  EXPECT_FALSE(boundedly(large, values));
+  EXPECT_EQ(values, (Array{cut, Dictionary{{cut, cut}, {"d", Bytes(kLongestText, 1)}}}));
+  auto many = newMessage();
+  ASSERT_EQ(many.append("as", Array{Value(Array(300, std::string(5000, 'a')))}), std::nullopt);
+  values.clear();
+  EXPECT_FALSE(boundedly(many, values));
+  const Array& texts = *values[0].array();
+  EXPECT_EQ(texts[kMaximumBoundedBytes / kLongestText - 1].text()->size(), kLongestText);
+  EXPECT_EQ(texts[299], "");
+
+  // The bus lets noncharacters through, so one is put where libsystemd would not.
+  auto bad = newMessage();
+  ASSERT_FALSE(bad.append("sa{sv}i", {"a", Dictionary{{"k", 7}, {"l", "???"}, {"m", 8}}, 9}));
+  ASSERT_TRUE(sealedAndRead(bad));
+  sd_bus_message_rewind(bad.get(), 1);
+  const char* inside = nullptr;
+  sd_bus_message_skip(bad.get(), "s");
+  sd_bus_message_enter_container(bad.get(), 'a', "{sv}");
+  sd_bus_message_skip(bad.get(), "{sv}");
+  sd_bus_message_enter_container(bad.get(), 'e', "sv");
+  sd_bus_message_skip(bad.get(), "s");
+  ASSERT_GT(sd_bus_message_read(bad.get(), "v", "s", &inside), 0);
+  std::ranges::copy(std::string_view("\uFFFE"), const_cast<char*>(inside));
+  EXPECT_FALSE(bad.arguments());
+  values.clear();
+  EXPECT_TRUE(bad.readBoundedArguments(values));
+  EXPECT_EQ(values, (Array{"a", Dictionary{{"k", 7}, {"l", "\uFFFD"}}}));
 }
 
 TEST_F(BusValuesTest, ValuesGoIntoVariantsByTheirKindAndComeBack) {

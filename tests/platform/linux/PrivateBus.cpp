@@ -28,6 +28,9 @@ void PrivateBus::start() {
           <allow eavesdrop="true"/>
           <allow own="*"/>
         </policy>
+        <limit name="max_message_size">1000000000</limit>
+        <limit name="max_incoming_bytes">1000000000</limit>
+        <limit name="max_outgoing_bytes">1000000000</limit>
       </busconfig>)");
   std::array<int, 2> output{};
   if (::pipe(output.data()) != 0) {
