@@ -18,7 +18,7 @@
 #include "platform/AES.h"
 #include "platform/UUID.h"
 #include "platform/linux/FileDescriptor.h"
-#include "platform/linux/SqliteHealthStore.h"
+#include "platform/linux/HealthDatabase.h"
 #include "platform/linux/StderrLog.h"
 #include "platform/simulated/RecordingLog.h"
 #include "protocol/MBModel/MBBatteryInfoModel.h"
@@ -166,15 +166,13 @@ void bareWrite(State& state) {
 
 void storeSample(State& state) {
   const platform::linux::TemporaryDirectory directory;
-  platform::linux::SqliteHealthStore store(directory.path("health.sqlite"), "bench");
+  platform::linux::HealthDatabase store(directory.path("health.sqlite"), "bench");
   const platform::QuantitySample sample{std::string(platform::kHeartRateType),
                                         std::string(platform::kCountPerMinute), 72, kDate, kDate};
   for (auto _ : state) {
-    store.saveSample(sample, [&state](const platform::ErrorOrNone& error) {
-      if (error) {
-        state.SkipWithError(error->localizedDescription.c_str());
-      }
-    });
+    if (const auto error = store.save(sample)) {
+      state.SkipWithError(error->localizedDescription.c_str());
+    }
   }
 }
 

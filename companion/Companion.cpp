@@ -60,9 +60,11 @@ void Companion::registerMessages() {
   center_->registerForMessageName(
       "alertUser",
       [this](std::string_view, const Dictionary& userInfo) { showUserAlert(userInfo); });
-  center_->registerForMessageNameWithReply(
+  center_->registerForMessageNameWithLaterReply(
       "writeHeartRate",
-      [this](std::string_view, const Dictionary& userInfo) { return storeHeartRate(userInfo); });
+      [this](std::string_view, const Dictionary& userInfo, platform::MessageCenter::Reply reply) {
+        storeHeartRate(userInfo, std::move(reply));
+      });
   center_->registerForMessageName("buttonPressed", [this](std::string_view, const Dictionary&) {
     surroundings_.button.buttonPressed();
   });
@@ -187,24 +189,25 @@ void Companion::showUserAlert(const Dictionary& userInfo) {
   surroundings_.userAlerts.present(title.value_or(""), message.value_or(""));
 }
 
-platform::Result<Dictionary> Companion::storeHeartRate(const Dictionary& userInfo) {
-  const auto* heartRate = platform::find(userInfo, "heartRate");
-  if (heartRate == nullptr || !heartRate->isScalar()) {
+void Companion::storeHeartRate(const Dictionary& userInfo, platform::MessageCenter::Reply reply) {
+  const auto* value = platform::find(userInfo, "heartRate");
+  const auto* heartRate = value == nullptr ? nullptr : std::get_if<std::int64_t>(&value->variant());
+  if (heartRate == nullptr) {
     logger_.warning("A writeHeartRate without a number \"heartRate\" was dropped");
-    return platform::Error{EINVAL, "\"heartRate\" has to be a number"};
+    reply(platform::Error{EINVAL, "\"heartRate\" has to be an integer"});
+    return;
   }
-  platform::ErrorOrNone failure;
-  surroundings_.healthKit.writeHeartRate(
-      heartRate->longValue(), [&failure](const platform::ErrorOrNone& error) { failure = error; });
-  if (!failure) {
-    isStoreFailureShown_ = false;
-    return Dictionary();
-  }
-  // Once for each time that it begins to fail: a measurement every few minutes would nag.
-  if (!std::exchange(isStoreFailureShown_, true)) {
-    surroundings_.userAlerts.present("Heart rates are not stored", failure->localizedDescription);
-  }
-  return *failure;
+  surroundings_.healthKit.writeHeartRate(*heartRate, [this, reply = std::move(reply)](
+                                                         const platform::ErrorOrNone& error) {
+    reply(error ? platform::Result<Dictionary>(*error) : Dictionary());
+    if (error && error->code == ERANGE) {
+      return;  // its sender's fault
+    }
+    // Once for each time that it begins to fail: a measurement every few minutes would nag.
+    if (!std::exchange(isStoreFailureShown_, error.has_value()) && error) {
+      surroundings_.userAlerts.present("Heart rates are not stored", error->localizedDescription);
+    }
+  });
 }
 
 }  // namespace wrixel2::companion

@@ -105,7 +105,7 @@ class Companion final : public NotificationListener {
   void postLockState();
   void showUserAlert(const platform::Dictionary& userInfo);
   /// Answers when the rate is durable, or with the error.
-  platform::Result<platform::Dictionary> storeHeartRate(const platform::Dictionary& userInfo);
+  void storeHeartRate(const platform::Dictionary& userInfo, platform::MessageCenter::Reply reply);
 
   CompanionSurroundings surroundings_;
   platform::Logger logger_;

@@ -26,10 +26,12 @@
 #include "companion/Senses.h"
 #include "companion/SettingsFileWatch.h"
 #include "companion/WitnessedLock.h"
+#include "platform/linux/BackgroundFileManager.h"
 #include "platform/linux/LinuxPlatform.h"
 #include "platform/linux/Process.h"
 #include "platform/linux/PropertyListUserDefaults.h"
 #include "platform/linux/SqliteHealthStore.h"
+#include "platform/linux/WorkerThread.h"
 #include "protocol/MBBLE/MBHealthKitManager.h"
 #include "settings/OwnerPaths.h"
 
@@ -117,27 +119,27 @@ int run(const Options& options) {
   auto ownedLogind = std::make_unique<companion::LogindLock>();
   companion::LogindLock& logindLock = *ownedLogind;
   companion::WitnessedLock lock(lockWitnesses(phone.sessionBus(), std::move(ownedLogind)));
-  companion::SeenApps seenApps(phone.runLoop(), phone.clock(), phone.propertyLists(), phone.log(),
+  // Whoever waits for an answer does not wait for the disk.
+  platform::linux::WorkerThread worker(phone.runLoop());
+  platform::linux::BackgroundFileManager files(worker, phone.log());
+  platform::linux::LinuxPropertyLists propertyLists(files);
+  companion::SeenApps seenApps(phone.runLoop(), phone.clock(), propertyLists, phone.log(),
                                paths->seenApps);
   seenApps.load();
   companion::DesktopUserAlerts userAlerts(phone.sessionBus(), phone.log());
-  platform::linux::SqliteHealthStore healthStore(phone.paths().healthDatabase, "MI Band 2");
+  platform::linux::SqliteHealthStore healthStore(phone.paths().healthDatabase, "MI Band 2", worker,
+                                                 phone.log());
   mbble::MBHealthKitManager healthKit(healthStore, phone.systemInfo(), phone.clock(), phone.log());
-  platform::linux::LinuxPropertyLists propertyLists(phone.fileManager());
-  platform::linux::PropertyListUserDefaults defaults(propertyLists, phone.fileManager(),
-                                                     phone.log(), paths->companionDefaults);
+  platform::linux::PropertyListUserDefaults defaults(propertyLists, files, phone.log(),
+                                                     paths->companionDefaults);
   companion::Senses senses({phone.runLoop(), phone.clock(), phone.log(), phone.sessionBus(),
                             phone.messageCenters(), userAlerts, defaults, logindLock});
   companion::Companion shell(
-      {phone.messageCenters(), phone.darwinNotifyCenter(), phone.clock(), phone.log(),
-       phone.fileManager(), doNotDisturb, lock, userAlerts, healthKit, senses.button(),
-       senses.bandWork(), seenApps},
+      {phone.messageCenters(), phone.darwinNotifyCenter(), phone.clock(), phone.log(), files,
+       doNotDisturb, lock, userAlerts, healthKit, senses.button(), senses.bandWork(), seenApps},
       {settingsFile, paths->settingsCopy, paths->miFit},
-      [&phone, copy = paths->settingsCopy](const platform::Bytes& contents) {
-        if (const auto error = phone.fileManager().writeAtomically(copy, contents)) {
-          platform::Logger(phone.log(), "main")
-              .error("No copy of the settings is kept: " + error->localizedDescription);
-        }
+      [&files, path = paths->settingsCopy](const platform::Bytes& copy) {
+        static_cast<void>(files.writeAtomically(path, copy));
       });
   companion::CompanionObject object(phone.objectExporter(), seenApps, phone.log());
   const auto showStatus = [&] {

@@ -27,7 +27,8 @@ struct QuantitySample {
 /// The place where measured values are kept for the owner.
 class HealthStore {
  public:
-  /// Gets none on success. Called exactly once, before the operation returns.
+  /// Gets none on success. Called once, before the operation returns or in a later turn, unless the
+  /// program ends before.
   using Completion = UniqueFunction<void(const ErrorOrNone& error)>;
 
   virtual ~HealthStore() = default;

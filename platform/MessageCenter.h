@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 #include "platform/Result.h"
 #include "platform/UniqueFunction.h"
@@ -26,6 +27,10 @@ class MessageCenter {
   using Handler = UniqueFunction<void(std::string_view name, const Dictionary& userInfo)>;
   using ReplyingHandler =
       UniqueFunction<Result<Dictionary>(std::string_view name, const Dictionary& userInfo)>;
+  /// Called at most once, in this turn or a later one; the sender waits until then.
+  using Reply = UniqueFunction<void(Result<Dictionary> answer)>;
+  using LaterReplyingHandler =
+      UniqueFunction<void(std::string_view name, const Dictionary& userInfo, Reply reply)>;
 
   using AnswerHandler = UniqueFunction<void(const Result<Dictionary>& answer)>;
 
@@ -43,7 +48,15 @@ class MessageCenter {
   /// A message without a reply: the sender is answered (emptily) before the handler runs.
   virtual void registerForMessageName(std::string_view name, Handler handler) = 0;
   /// A message whose sender waits for what the handler returns; an error reaches it as one.
-  virtual void registerForMessageNameWithReply(std::string_view name, ReplyingHandler handler) = 0;
+  void registerForMessageNameWithReply(std::string_view name, ReplyingHandler handler) {
+    registerForMessageNameWithLaterReply(
+        name,
+        [handler = std::move(handler)](std::string_view message, const Dictionary& userInfo,
+                                       const Reply& reply) { reply(handler(message, userInfo)); });
+  }
+  /// The same for a handler that has to wait for its answer.
+  virtual void registerForMessageNameWithLaterReply(std::string_view name,
+                                                    LaterReplyingHandler handler) = 0;
 
   /// Sends and forgets. Nobody serving the center is not an error.
   virtual void sendMessageName(std::string_view name, const Dictionary& userInfo = {}) = 0;

@@ -12,7 +12,7 @@ ErrorOrNone makeDirectories(const std::filesystem::path& path);
 
 /// The file system. Only regular files are read, written and copied: a directory, device or pipe in
 /// their place is an error, and nothing waits for one.
-class LinuxFileManager final : public FileManager {
+class LinuxFileManager : public FileManager {
  public:
   bool fileExistsAtPath(const std::string& path) const override;
   bool isReadableFileAtPath(const std::string& path) const override;

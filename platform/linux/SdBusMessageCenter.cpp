@@ -141,16 +141,18 @@ void SdBusMessageCenter::registerForMessageName(std::string_view name, Handler h
   });
 }
 
-void SdBusMessageCenter::registerForMessageNameWithReply(std::string_view name,
-                                                         ReplyingHandler handler) {
-  auto shared = std::make_shared<ReplyingHandler>(std::move(handler));
-  registerMethod(name, [shared](const BusMessage& call, const Dictionary& userInfo) {
-    auto answer = (*shared)(call.member(), userInfo);
-    if (!answer) {
-      call.replyError(answer.error());
-    } else if (const auto error = call.reply(kDictionary, {std::move(*answer)})) {
-      call.replyError(*error);
-    }
+void SdBusMessageCenter::registerForMessageNameWithLaterReply(std::string_view name,
+                                                              LaterReplyingHandler handler) {
+  auto shared = std::make_shared<LaterReplyingHandler>(std::move(handler));
+  registerMethod(name, [shared](const BusMessage& received, const Dictionary& userInfo) {
+    (*shared)(received.member(), userInfo,
+              [call = BusMessage::referringTo(received.get())](Result<Dictionary> answer) {
+                if (!answer) {
+                  call.replyError(answer.error());
+                } else if (const auto error = call.reply(kDictionary, {std::move(*answer)})) {
+                  call.replyError(*error);
+                }
+              });
   });
 }
 

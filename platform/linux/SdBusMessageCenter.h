@@ -30,7 +30,8 @@ class SdBusMessageCenter final : public MessageCenter {
 
   ErrorOrNone runServer() override;
   void registerForMessageName(std::string_view name, Handler handler) override;
-  void registerForMessageNameWithReply(std::string_view name, ReplyingHandler handler) override;
+  void registerForMessageNameWithLaterReply(std::string_view name,
+                                            LaterReplyingHandler handler) override;
   void sendMessageName(std::string_view name, const Dictionary& userInfo = {}) override;
   Result<std::unique_ptr<PendingAnswer>> sendMessageNameForAnswer(std::string_view name,
                                                                   const Dictionary& userInfo,

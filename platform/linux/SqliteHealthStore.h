@@ -3,26 +3,20 @@
 #include <memory>
 #include <string>
 
+#include "platform/BackgroundWork.h"
 #include "platform/HealthStore.h"
-
-struct sqlite3;
+#include "platform/Log.h"
 
 namespace wrixel2::platform::linux {
 
-/// The health store of this machine: one SQLite database that any program can read, in the table
-/// `sample`: type, unit, value, start_time and end_time (Unix time in microseconds), source.
-///
-/// The write-ahead log is synchronised with every sample, so what was saved survives a kill and a
-/// loss of power. The file is opened by the
-/// first request, and again by the next after any failure: a full disk or another program's lock
-/// costs the samples of that time and no more. A database that is damaged, or of a later version,
-/// is left as it is.
+class HealthDatabase;
+
+/// The health store of this machine, in a HealthDatabase that is opened and written beside the
+/// loop, in order. A file that was moved or deleted while it was open is a line in the log.
 class SqliteHealthStore final : public HealthStore {
  public:
-  /// The source stands in each sample: who added it.
-  SqliteHealthStore(std::string databasePath, std::string source);
-  SqliteHealthStore(const SqliteHealthStore&) = delete;
-  SqliteHealthStore& operator=(const SqliteHealthStore&) = delete;
+  /// The source stands in each sample: who added it. Work and log outlive the store.
+  SqliteHealthStore(std::string databasePath, std::string source, BackgroundWork& work, Log& log);
   ~SqliteHealthStore() override;
 
   bool isHealthDataAvailable() const override;
@@ -31,20 +25,14 @@ class SqliteHealthStore final : public HealthStore {
   void saveSample(const QuantitySample& sample, Completion completion) override;
 
  private:
-  struct Closer {
-    void operator()(sqlite3* database) const;
-  };
-
-  ErrorOrNone open();
-  ErrorOrNone createFile() const;
-  ErrorOrNone prepareSchema();
-  ErrorOrNone execute(const char* statement);
-  ErrorOrNone insert(const QuantitySample& sample);
-  Error lastError() const;
+  template <typename Operation>
+  void runInBackground(Operation operation, Completion completion);
 
   std::string path_;
-  std::string source_;
-  std::unique_ptr<sqlite3, Closer> database_;
+  BackgroundWork& work_;
+  Logger logger_;
+  /// Shared with the jobs: only these use it.
+  std::shared_ptr<HealthDatabase> database_;
 };
 
 }  // namespace wrixel2::platform::linux

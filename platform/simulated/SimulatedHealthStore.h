@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "platform/HealthStore.h"
@@ -20,9 +21,20 @@ class SimulatedHealthStore final : public HealthStore {
     if (!saveError) {
       samples_.push_back(sample);
     }
-    completion(saveError);
+    if (isSlow_) {
+      waiting_.push_back(std::move(completion));
+    } else {
+      completion(saveError);
+    }
   }
 
+  /// While it is slow, what is saved is not answered; then it is.
+  void setIsSlow(bool isSlow) {
+    isSlow_ = isSlow;
+    for (const Completion& completion : std::exchange(waiting_, {})) {
+      completion(saveError);
+    }
+  }
   void setIsHealthDataAvailable(bool isAvailable) { isAvailable_ = isAvailable; }
   std::size_t authorizationRequests() const { return authorizationRequests_; }
   const std::vector<QuantitySample>& samples() const { return samples_; }
@@ -32,6 +44,8 @@ class SimulatedHealthStore final : public HealthStore {
 
  private:
   bool isAvailable_ = true;
+  bool isSlow_ = false;
+  std::vector<Completion> waiting_;
   std::size_t authorizationRequests_ = 0;
   std::vector<QuantitySample> samples_;
 };

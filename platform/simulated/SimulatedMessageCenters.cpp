@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <chrono>
 #include <iterator>
+#include <optional>
 #include <utility>
 
 #include <fmt/format.h>
@@ -99,8 +100,8 @@ void SimulatedMessageCenter::registerForMessageName(std::string_view name, Handl
   registrations_.insert_or_assign(std::string(name), std::move(registration));
 }
 
-void SimulatedMessageCenter::registerForMessageNameWithReply(std::string_view name,
-                                                             ReplyingHandler handler) {
+void SimulatedMessageCenter::registerForMessageNameWithLaterReply(std::string_view name,
+                                                                  LaterReplyingHandler handler) {
   auto registration = std::make_shared<Registration>();
   registration->replyingHandler = std::move(handler);
   registrations_.insert_or_assign(std::string(name), std::move(registration));
@@ -121,7 +122,7 @@ void SimulatedMessageCenter::handleLater(RunLoop& loop, SimulatedMessageCenter& 
         if (registration->handler) {
           registration->handler(message, userInfo);
         } else {
-          static_cast<void>(registration->replyingHandler(message, userInfo));
+          registration->replyingHandler(message, userInfo, [](const Result<Dictionary>&) {});
         }
       });
 }
@@ -136,12 +137,12 @@ void SimulatedMessageCenter::sendMessageName(std::string_view name, const Dictio
 
 void SimulatedMessageCenter::serve(const std::weak_ptr<Registration>& weak,
                                    const std::string& message, const Dictionary& userInfo,
-                                   const AnswerHandler& answer) {
+                                   Reply answer) {
   const auto registration = weak.lock();
   if (registration == nullptr) {
     answer(Error{kServerIsGone, fmt::format("Nobody is left to answer \"{}\"", message)});
   } else if (registration->replyingHandler) {
-    answer(registration->replyingHandler(message, userInfo));
+    registration->replyingHandler(message, userInfo, std::move(answer));
   } else {
     answer(Dictionary{});
     registration->handler(message, userInfo);
@@ -184,9 +185,12 @@ Result<std::unique_ptr<PendingAnswer>> SimulatedMessageCenter::sendMessageNameFo
 Result<Dictionary> SimulatedMessageCenter::sendMessageAndReceiveReplyName(
     std::string_view name, const Dictionary& userInfo) {
   centers_.sent_.push_back({name_, std::string(name), userInfo, true});
-  if (centers_.hanging_.contains(name_)) {
+  const auto noAnswer = [&]() -> Result<Dictionary> {
     centers_.clock_.advance(kReplyTimeout);
     return Error{ETIMEDOUT, fmt::format("{} did not answer \"{}\" in time", name_, name)};
+  };
+  if (centers_.hanging_.contains(name_)) {
+    return noAnswer();
   }
   SimulatedMessageCenter* const served = server();
   if (served == nullptr) {
@@ -198,7 +202,11 @@ Result<Dictionary> SimulatedMessageCenter::sendMessageAndReceiveReplyName(
   }
   const std::shared_ptr<Registration> registration = entry->second;
   if (registration->replyingHandler) {
-    return registration->replyingHandler(name, userInfo);
+    const auto answer = std::make_shared<std::optional<Result<Dictionary>>>();
+    registration->replyingHandler(name, userInfo, [answer](Result<Dictionary> result) {
+      answer->emplace(std::move(result));
+    });
+    return *answer ? std::move(**answer) : noAnswer();
   }
   handleLater(centers_.loop_, *served, name, userInfo);
   return Dictionary{};

@@ -27,7 +27,8 @@ struct SentMessage {
 /// centers of one name, of which one serves.
 ///
 /// A message without a reply is handled in a turn of its own; one whose sender waits is handled
-/// inside the sending call, as if by another program.
+/// inside the sending call, as if by another program; for that one, an answer that the handler does
+/// not give in the same turn comes too late.
 class SimulatedMessageCenters final : public MessageCenters {
  public:
   /// Both are borrowed; the centers made here must not outlive this object.
@@ -72,7 +73,8 @@ class SimulatedMessageCenter final : public MessageCenter {
 
   ErrorOrNone runServer() override;
   void registerForMessageName(std::string_view name, Handler handler) override;
-  void registerForMessageNameWithReply(std::string_view name, ReplyingHandler handler) override;
+  void registerForMessageNameWithLaterReply(std::string_view name,
+                                            LaterReplyingHandler handler) override;
   void sendMessageName(std::string_view name, const Dictionary& userInfo) override;
   Result<std::unique_ptr<PendingAnswer>> sendMessageNameForAnswer(std::string_view name,
                                                                   const Dictionary& userInfo,
@@ -85,13 +87,13 @@ class SimulatedMessageCenter final : public MessageCenter {
   /// destroy its center.
   struct Registration {
     Handler handler;
-    ReplyingHandler replyingHandler;
+    LaterReplyingHandler replyingHandler;
   };
 
   SimulatedMessageCenter* server() const;
   /// The server's turn with a message that was sent for an answer.
   static void serve(const std::weak_ptr<Registration>& weak, const std::string& message,
-                    const Dictionary& userInfo, const AnswerHandler& answer);
+                    const Dictionary& userInfo, Reply answer);
   static void handleLater(RunLoop& loop, SimulatedMessageCenter& server, std::string_view name,
                           const Dictionary& userInfo);
 

@@ -1,5 +1,6 @@
 #include "protocol/MBBLE/MBHealthKitManager.h"
 
+#include <cerrno>
 #include <charconv>
 #include <utility>
 
@@ -12,6 +13,9 @@ namespace wrixel2::mbble {
 namespace {
 /// The first version that has a health store.
 constexpr double kFirstVersionWithHealthStore = 8.0;
+
+/// What the band can measure: it sends one byte.
+constexpr std::int64_t kHighestHeartRate = 255;
 
 /// "10.3.1" counts as 10.3; a text that does not begin with a number as 0.
 double versionNumber(const std::string& version) {
@@ -85,9 +89,10 @@ void MBHealthKitManager::writeHeartRate(std::int64_t heartRate) {
 }
 
 void MBHealthKitManager::writeHeartRate(std::int64_t heartRate, Completion completion) {
-  if (heartRate <= 0) {
+  if (heartRate <= 0 || heartRate > kHighestHeartRate) {
     logger_.warning("Invalid Heart Rate measurement, not adding to the database");
-    completion(std::nullopt);
+    completion(heartRate == 0 ? platform::ErrorOrNone()
+                              : platform::Error{ERANGE, "a heart rate is 0 to 255 a minute"});
     return;
   }
   authorize([this, heartRate,

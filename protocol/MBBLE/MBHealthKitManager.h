@@ -34,10 +34,11 @@ class MBHealthKitManager {
   /// there is no store, or it refuses, that is a line in the log and no call.
   void requestAuthorizationWithBlock(platform::UniqueFunction<void()> completion);
 
-  /// Stores a heart rate of now, in beats per minute. A rate that is not above 0, a refusal and a
-  /// failure are lines in the log.
+  /// Stores a heart rate of now, in beats per minute. A rate that is not from 1 to 255, a refusal
+  /// and a failure are lines in the log.
   void writeHeartRate(std::int64_t heartRate);
-  /// The same, and tells what came of it: none when the sample is durable, or was none to store.
+  /// The same, and tells what came of it: none when the sample is durable, or was 0 (a measurement
+  /// that found nothing); ERANGE for what is no heart rate.
   void writeHeartRate(std::int64_t heartRate, Completion completion);
 
   platform::HealthStore& healthStore() const { return *healthStore_; }

@@ -356,9 +356,26 @@ TEST_F(CompanionTest, AcknowledgesAHeartRateOnceItIsStored) {
   EXPECT_TRUE(write({{"heartRate", 71}}));
   EXPECT_TRUE(write({{"heartRate", 0}})) << "nothing to store, and nothing failed";
   EXPECT_FALSE(write({}));
-  EXPECT_FALSE(write({{"heartRate", platform::Array()}}));
+  for (const platform::Value& wrong :
+       {platform::Value(platform::Array()), platform::Value("abc"), platform::Value("66"),
+        platform::Value(66.5), platform::Value(true), platform::Value(-5), platform::Value(300),
+        platform::Value(INT64_MAX)}) {
+    EXPECT_FALSE(write({{"heartRate", wrong}})) << platform::kindName(wrong);
+  }
   ASSERT_EQ(phone_.healthStore.samples().size(), 1U);
   EXPECT_EQ(phone_.healthStore.samples().front().quantity, 71);
+
+  // A slow disk holds up nobody but who waits for it.
+  phone_.healthStore.setIsSlow(true);
+  bool isAnswered = false;
+  const auto pending = asDaemon_->sendMessageNameForAnswer(
+      "writeHeartRate", {{"heartRate", 72}},
+      [&](const platform::Result<Dictionary>& answer) { isAnswered = static_cast<bool>(answer); });
+  phone_.runLoop.runUntilIdle();
+  fetchPrefs();
+  EXPECT_FALSE(isAnswered);
+  phone_.healthStore.setIsSlow(false);
+  EXPECT_TRUE(isAnswered);
 
   // The owner is told when storing begins to fail, not at every measurement.
   phone_.healthStore.saveError = platform::Error{28, "the disk is full"};

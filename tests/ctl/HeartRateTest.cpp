@@ -4,7 +4,7 @@
 
 #include "ctl/HeartRatePlot.h"
 #include "ctl/TimeText.h"
-#include "platform/linux/SqliteHealthStore.h"
+#include "platform/linux/HealthDatabase.h"
 #include "tests/ctl/CtlFixture.h"
 
 namespace wrixel2::ctl {
@@ -18,10 +18,10 @@ class HeartRateTest : public CtlTest {
   platform::Date ago(platform::TimeInterval interval) const { return clock.now() - interval; }
 
   void store(platform::TimeInterval before, double rate) {
-    platform::linux::SqliteHealthStore health(directory.path("health.sqlite"), "a band");
-    health.saveSample({std::string(platform::kHeartRateType),
-                       std::string(platform::kCountPerMinute), rate, ago(before), ago(before)},
-                      [](const platform::ErrorOrNone& error) { EXPECT_EQ(error, std::nullopt); });
+    platform::linux::HealthDatabase health(directory.path("health.sqlite"), "a band");
+    EXPECT_EQ(health.save({std::string(platform::kHeartRateType),
+                           std::string(platform::kCountPerMinute), rate, ago(before), ago(before)}),
+              std::nullopt);
   }
 };
 

@@ -8,12 +8,16 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include "SessionTest.h"
 #include "platform/UUID.h"
 
 namespace wrixel2::integration {
 namespace {
+
+const platform::linux::BusAddress kCompanion{kCompanionName, "/org/corvale/wrixel2Ipc",
+                                             kCompanionName};
 
 /// What a request to the band brings about, seen from every side: the desktop that shows alerts,
 /// the observers of notifications and properties, the band, and the readers of stored data.
@@ -155,9 +159,8 @@ TEST_F(RequestsTest, TheBandsClockIsTheStopwatch) {
 
 TEST_F(RequestsTest, AHeartRateThatWasAcknowledgedOutlivesAKilledCompanion) {
   const auto write = [this](const platform::Value& heartRate) {
-    const auto call =
-        bus_->newMethodCall({kCompanionName, "/org/corvale/wrixel2Ipc", kCompanionName},
-                            "writeHeartRate", "a{sv}", {Dictionary{{"heartRate", heartRate}}});
+    const auto call = bus_->newMethodCall(kCompanion, "writeHeartRate", "a{sv}",
+                                          {Dictionary{{"heartRate", heartRate}}});
     return static_cast<bool>(bus_->call(*call));
   };
   /// The lines, as any other program reads them: a heading, and one for each rate.
@@ -170,7 +173,10 @@ TEST_F(RequestsTest, AHeartRateThatWasAcknowledgedOutlivesAKilledCompanion) {
   };
   writeSettings("");
   startCompanion();
-  EXPECT_FALSE(write(Array{66})) << "what is no number was acknowledged";
+  for (const platform::Value& wrong : {platform::Value("abc"), platform::Value(300)}) {
+    EXPECT_FALSE(write(wrong)) << "what is no heart rate was acknowledged";
+  }
+  EXPECT_TRUE(write(0));
   const bool isAcknowledged = write(66);
   companion_->signal(SIGKILL);
   ASSERT_TRUE(isAcknowledged);
@@ -181,6 +187,28 @@ TEST_F(RequestsTest, AHeartRateThatWasAcknowledgedOutlivesAKilledCompanion) {
   startCompanion();
   EXPECT_TRUE(write(67));
   EXPECT_EQ(stored(), std::pair(2L, std::string(",67\n")));
+  const std::filesystem::path database = directory_ / "data/wrixel2/health.sqlite";
+  std::filesystem::rename(database, directory_ / "moved.sqlite");
+  EXPECT_TRUE(write(68));
+  EXPECT_EQ(stored(), std::pair(1L, std::string(",68\n")));
+  EXPECT_EQ(companion_->timesLogged("was moved or deleted"), 1);
+
+  // Another program that holds it keeps nobody waiting but who wants to store something.
+  sqlite3* other = nullptr;
+  ASSERT_EQ(sqlite3_open(database.c_str(), &other), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(other, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
+  std::vector<std::string> answers;
+  const auto ask = [&](const char* message, const Dictionary& userInfo) {
+    const auto call = bus_->newMethodCall(kCompanion, message, "a{sv}", {userInfo});
+    return bus_->callAsync(*call, [&answers, message](const BusMessage& reply) {
+      answers.push_back(message + std::string(reply.isError() ? " failed" : ""));
+    });
+  };
+  const auto storing = ask("writeHeartRate", {{"heartRate", 69}});
+  const auto asking = ask("getPrefsDict", {});
+  waitUntil("both are answered", [&] { return answers.size() == 2; });
+  EXPECT_EQ(answers, (std::vector<std::string>{"getPrefsDict", "writeHeartRate failed"}));
+  sqlite3_close(other);
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include "platform/linux/LinuxFileManager.h"
 #include "platform/linux/LinuxHealthStore.h"
 #include "tests/platform/linux/Limit.h"
+#include "tests/platform/linux/Synced.h"
 #include "tests/platform/linux/TemporaryDirectory.h"
 
 namespace wrixel2::platform::linux {
@@ -44,9 +45,14 @@ TEST_F(FilesTest, AWrittenFileReplacesTheOldOneInOneStep) {
   const std::string kept = directory.path("kept");
   std::filesystem::create_hard_link(path, kept);
   ::chmod(path.c_str(), 0644);
+  syncedPaths().clear();
   ASSERT_FALSE(files.writeAtomically(path, bytesOfText("two")));
   EXPECT_EQ(textAt(path), "two");
   EXPECT_EQ(textAt(kept), "one");
+  // The contents are on the disk before they have the name, and the name before it is said.
+  ASSERT_GE(syncedPaths().size(), 2U);
+  EXPECT_NE((syncedPaths().end() - 2)->find("new/deep/.unfinished-"), std::string::npos);
+  EXPECT_EQ(syncedPaths().back(), directory.path("new/deep"));
   EXPECT_EQ(modeOf(path), 0644U);
   EXPECT_EQ(files.contentsOfDirectoryAtPath(directory.path("new/deep"))->size(), 1U);
 }

@@ -24,21 +24,31 @@ class MBHealthKitManagerTest : public testing::Test {
 TEST_F(MBHealthKitManagerTest, StoresARateOfNowAndAsksForPermissionOnce) {
   phone.runLoop.runFor(std::chrono::minutes(3));
   manager.writeHeartRate(72);
-  manager.writeHeartRate(300);
+  manager.writeHeartRate(255);
   const auto now = phone.clock.now();
   EXPECT_EQ(samples(), (std::vector<platform::QuantitySample>{
                            {"HKQuantityTypeIdentifierHeartRate", "count/min", 72, now, now},
-                           {"HKQuantityTypeIdentifierHeartRate", "count/min", 300, now, now}}));
+                           {"HKQuantityTypeIdentifierHeartRate", "count/min", 255, now, now}}));
   EXPECT_EQ(phone.healthStore.authorizationRequests(), 1U);
   EXPECT_TRUE(phone.log.lines().empty());
 
-  // What is no rate touches nothing.
-  manager.writeHeartRate(0);
-  manager.writeHeartRate(-1);
+  // Once granted it is, whatever would be answered now; and what is no rate touches nothing.
+  phone.healthStore.setIsHealthDataAvailable(false);
+  phone.healthStore.refusal = platform::Error{5, "not now"};
+  manager.writeHeartRate(1);
+  EXPECT_EQ(samples().size(), 3U);
+  std::vector<long> codes;
+  for (const std::int64_t rate : {0L, -1L, 256L, INT64_MAX, INT64_MIN}) {
+    manager.writeHeartRate(rate, [&codes](const platform::ErrorOrNone& error) {
+      codes.push_back(error ? error->code : 0);
+    });
+  }
+  EXPECT_EQ(codes, (std::vector<long>{0, ERANGE, ERANGE, ERANGE, ERANGE}));
   EXPECT_EQ(phone.log.count(LogLevel::warning,
                             "Invalid Heart Rate measurement, not adding to the database"),
-            2U);
-  EXPECT_EQ(samples().size(), 2U);
+            5U);
+  EXPECT_EQ(samples().size(), 3U);
+  EXPECT_EQ(phone.healthStore.authorizationRequests(), 1U);
 }
 
 TEST_F(MBHealthKitManagerTest, ARefusalIsAskedAboutAgain) {
