@@ -286,7 +286,13 @@ void MBCentralManager::initialConnectionRequest(platform::UniqueFunction<void()>
   if (manager().respondsToRetrieveConnectedPeripherals()) {
     const auto served = servedPeripherals_.genIdentifiers();
     for (const auto& device : retrieveConnectedPeripheralsWithServices(services_)) {
-      if (handlePeripheral(device, nullptr)) {
+      const bool isLeftover = !findPeripheral(device) &&
+                              std::ranges::find(served, device->identifier()) != served.end();
+      if (isLeftover) {
+        // Of an earlier run. The band's address, which a lock needs, shows only in what it
+        // advertises once the link has ended.
+        manager().endLeftoverLink(device);
+      } else if (handlePeripheral(device, nullptr)) {
         // By its place in the list, not the one just accepted: deliberate. The bands known are
         // normally one, and of several the first ones are preferred.
         const auto stored = peripheralAtIndex(static_cast<std::size_t>(accepted));
@@ -294,9 +300,6 @@ void MBCentralManager::initialConnectionRequest(platform::UniqueFunction<void()>
           doConnectWithPeripheral(std::static_pointer_cast<MBPeripheral>(stored));
         }
         ++accepted;
-      } else if (std::ranges::find(served, device->identifier()) != served.end()) {
-        // Of an earlier run. It has to end before the band advertises again.
-        manager().endLeftoverLink(device);
       }
     }
   }

@@ -97,7 +97,8 @@ void BluezLink::cancel() {
 }
 
 void BluezLink::endLeftover() {
-  if (phase_ == Phase::down && isConnectedOnBus()) {
+  const bool hangs = phase_ == Phase::ending && isEndTold_ && timer_ == nullptr;
+  if ((phase_ == Phase::down || hangs) && isConnectedOnBus()) {
     phase_ = Phase::ending;
     wasUp_ = true;
     isEndTold_ = true;

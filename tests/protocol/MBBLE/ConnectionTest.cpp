@@ -120,38 +120,36 @@ TEST_F(ConnectionTest, WithoutOneThatCountsItScans) {
   EXPECT_EQ(manager->state(), SessionState::scanning);
 }
 
-TEST_F(ConnectionTest, ALinkOfAnEarlierRunIsClaimedOrEndedAndAnotherProgramsIsLeftAlone) {
+TEST_F(ConnectionTest, ALinkOfAnEarlierRunEndsAndAnotherProgramsIsLeftAlone) {
   const auto other = addBand("c8:0f:10:00:00:02");
-  const auto crash = [&] {
-    manager.reset();
-    runFor(Milliseconds(0));
-    phone.radio.connectBySomebodyElse(*band);
-    phone.radio.connectBySomebodyElse(*other);
-    forgetRecords();
-  };
   other->setIsInRange(false);
   connectBand();
   EXPECT_EQ(phone.userDefaults.arrayForKey("servedPeripherals").value_or(platform::Array()).size(),
             1U);
   other->setIsInRange(true);
-
-  // Under a lock neither is taken as it is. Ours ends and is found by its advertisement.
-  crash();
-  lockTo(kAddress);
-  makeManager();
-  EXPECT_EQ(connections(), 0U);
-  runFor(Seconds(6));
-  EXPECT_EQ(connections(), 1U);
-  EXPECT_TRUE(peripheral()->isInitialized());
-  EXPECT_EQ(peripheral()->mac(), kAddress);
-  EXPECT_FALSE(other->isAdvertising()) << "its link stands";
-
-  // Without one it is used.
-  crash();
-  phone.fileManager.removeItemAtPath(phone.systemInfo.lockFilePath);
-  makeManager();
-  runFor(Seconds(4));
-  EXPECT_TRUE(hasLog(LogLevel::warning, "Somebody is already connected. Found 2 peripheral(s)"));
+  for (const bool isLocked : {true, false}) {
+    SCOPED_TRACE(isLocked);
+    manager.reset();
+    settle();
+    phone.radio.connectBySomebodyElse(*band);
+    if (isLocked) {
+      phone.radio.connectBySomebodyElse(*other);
+      lockTo(kAddress);
+    } else {
+      other->setIsInRange(false);
+      runFor(Seconds(30));
+      phone.fileManager.removeItemAtPath(phone.systemInfo.lockFilePath);
+    }
+    forgetRecords();
+    makeManager();
+    runFor(Seconds(1));
+    EXPECT_FALSE(band->isAdvertising()) << "powering on ends nothing";
+    runFor(Seconds(5));
+    EXPECT_EQ(connections(), 1U);
+    EXPECT_TRUE(peripheral()->isInitialized());
+    EXPECT_EQ(peripheral()->mac(), kAddress) << "so that it can be locked to";
+    EXPECT_FALSE(other->isAdvertising()) << "its link stands";
+  }
 }
 
 struct Advertised {

@@ -359,6 +359,9 @@ void SessionModel::watchdogFired() {
 
 void SessionModel::startBandConnection(bool isWatched) {
   const bool isKnown = !view_.band.empty();
+  if (!isKnown && wasServed_) {
+    link_ = Link::none;  // of an earlier run: the band is found anew
+  }
   if (link_ != Link::none && (isKnown || isAdmitted(std::string(kNoAddress)))) {
     if (!isKnown) {
       view_.band = kNoAddress;
@@ -369,9 +372,6 @@ void SessionModel::startBandConnection(bool isWatched) {
       view_.state = kConnected;
     }
     return;
-  }
-  if (wasServed_) {
-    link_ = Link::none;  // of an earlier run, then
   }
   scan(isWatched);
 }

@@ -186,17 +186,19 @@ TEST_F(StateTest, ALinkOfAnEarlierRunIsEndedWhereThatIsWanted) {
     std::function<void()> then;
     const char* events;
     std::string calls;
-  } cases[] = {{"it ends", [this] { reply("Disconnect"), linkBecomes(false); }, "", ""},
-               {"it does not", [this] { runFor(20s); }, "", ""},
-               {"the device goes", [this] { bluez.remove(kBandPath); }, "", ""},
-               {"power goes", [this] { setPower(false); }, "state 4", ""},
-               {"it is wanted once more, and made anew when the old one has gone",
-                [this] {
-                  manager->connectPeripheral(peripheral, {});
-                  EXPECT_EQ(calls(), "");
-                  reply("Disconnect"), linkBecomes(false);
-                },
-                "connected", kConnect}};
+  } cases[] = {
+      {"it ends", [this] { reply("Disconnect"), linkBecomes(false); }, "", ""},
+      {"it does not, and is asked for again",
+       [this] { runFor(20s), manager->endLeftoverLink(peripheral), runFor(10s); }, "", kDisconnect},
+      {"the device goes", [this] { bluez.remove(kBandPath); }, "", ""},
+      {"power goes", [this] { setPower(false); }, "state 4", ""},
+      {"it is wanted once more, and made anew when the old one has gone",
+       [this] {
+         manager->connectPeripheral(peripheral, {});
+         EXPECT_EQ(calls(), "");
+         reply("Disconnect"), linkBecomes(false);
+       },
+       "connected", kConnect}};
   for (const auto& one : cases) {
     SCOPED_TRACE(one.name);
     playAnew();
