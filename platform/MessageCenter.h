@@ -28,7 +28,7 @@ class MessageCenter {
   using ReplyingHandler =
       UniqueFunction<Result<Dictionary>(std::string_view name, const Dictionary& userInfo)>;
   /// Called at most once, in this turn or a later one; the sender waits until then.
-  using Reply = UniqueFunction<void(Result<Dictionary> answer)>;
+  using Reply = UniqueFunction<void(const Result<Dictionary>& answer)>;
   using LaterReplyingHandler =
       UniqueFunction<void(std::string_view name, const Dictionary& userInfo, Reply reply)>;
 

@@ -146,10 +146,10 @@ void SdBusMessageCenter::registerForMessageNameWithLaterReply(std::string_view n
   auto shared = std::make_shared<LaterReplyingHandler>(std::move(handler));
   registerMethod(name, [shared](const BusMessage& received, const Dictionary& userInfo) {
     (*shared)(received.member(), userInfo,
-              [call = BusMessage::referringTo(received.get())](Result<Dictionary> answer) {
+              [call = BusMessage::referringTo(received.get())](const Result<Dictionary>& answer) {
                 if (!answer) {
                   call.replyError(answer.error());
-                } else if (const auto error = call.reply(kDictionary, {std::move(*answer)})) {
+                } else if (const auto error = call.reply(kDictionary, {*answer})) {
                   call.replyError(*error);
                 }
               });

@@ -203,9 +203,8 @@ Result<Dictionary> SimulatedMessageCenter::sendMessageAndReceiveReplyName(
   const std::shared_ptr<Registration> registration = entry->second;
   if (registration->replyingHandler) {
     const auto answer = std::make_shared<std::optional<Result<Dictionary>>>();
-    registration->replyingHandler(name, userInfo, [answer](Result<Dictionary> result) {
-      answer->emplace(std::move(result));
-    });
+    registration->replyingHandler(
+        name, userInfo, [answer](const Result<Dictionary>& result) { answer->emplace(result); });
     return *answer ? std::move(**answer) : noAnswer();
   }
   handleLater(centers_.loop_, *served, name, userInfo);

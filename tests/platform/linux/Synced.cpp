@@ -27,7 +27,9 @@ int synchronize(long call, int file) {
 }  // namespace wrixel2::platform::linux
 
 // In the C library's place.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
 extern "C" int fsync(int file) { return wrixel2::platform::linux::synchronize(SYS_fsync, file); }
 extern "C" int fdatasync(int file) {
   return wrixel2::platform::linux::synchronize(SYS_fdatasync, file);
 }
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
