@@ -232,6 +232,8 @@ void LinuxRunLoop::onTerminationSignal(Task callback) {
     sd_event_source* source = nullptr;
     require(sd_event_add_signal(event_, &source, number, &LinuxRunLoop::onSignal, this),
             "Signals cannot be received");
+    // Before all the rest that is due, however much that is.
+    sd_event_source_set_priority(source, SD_EVENT_PRIORITY_IMPORTANT);
     signalSources_.push_back(source);
   }
 }

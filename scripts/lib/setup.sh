@@ -30,6 +30,7 @@ wrixel2_test_packages=(
   libgtest-dev:lib=gtest
   libglib2.0-bin:cmd=gdbus
   xdg-dbus-proxy:cmd=xdg-dbus-proxy
+  strace:cmd=strace
   clang-19:cmd=clang++-19
   clang-format-19:cmd=clang-format-19
   clang-tidy-19:cmd=clang-tidy-19

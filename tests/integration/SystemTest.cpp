@@ -158,6 +158,37 @@ TEST_F(SessionTest, TheDefaultsHoldOnlyWhereNobodyHasTheCompanionsName) {
   EXPECT_TRUE(daemon_->hasLogged("No settings from the shell companion, using the defaults"));
 }
 
+TEST_F(SessionTest, ASlowDiskHoldsNoAlertUp) {
+  writeSettings(appTable("*"));
+  startDaemon();
+  environment_["ASAN_OPTIONS"] = "detect_leaks=0";  // which a traced program cannot look for
+  // What is written lasts longer than the daemon's patience.
+  companion_ = start({"strace", "-D", "-f", "-qq", "-o", "/dev/null", "-e",
+                      "inject=fsync,fdatasync:delay_enter=2500000", WRIXEL2_COMPANION_PATH, "--log",
+                      "stderr"});
+  waitUntilServed();
+  waitForBand();
+  notify("New", "New", "hello");  // which is written down at once
+  waitForText("New:hello");
+  EXPECT_FALSE(daemon_->hasLogged("No settings from the shell companion"));
+}
+
+TEST_F(SessionTest, AFloodOfPostingsHoldsNothingUp) {
+  writeSettings(appTable("Chat"));
+  startBoth();
+  const auto flooder = BusConnection::openAddress(loop_, privateBus_.address());
+  ASSERT_TRUE(flooder);
+  for (int i = 0; i < 60'000; ++i) {
+    auto posting = (*flooder)->newMethodCall(
+        {kDaemonName, "/org/corvale/NotifyCenter", "org.corvale.NotifyCenter"}, "Post", "s",
+        {kOtherKeysChanged});
+    posting->setExpectsReply(false);
+    ASSERT_EQ((*flooder)->send(*posting), std::nullopt);
+  }
+  bulletin("Chat", "Chat", "hello");
+  waitForText("Chat:hello");
+}
+
 TEST_F(SessionTest, ALinkThatDropsOnTheWayIsMadeAnew) {
   writeSettings(appTable("Chat", 8));
   startBoth();
