@@ -200,8 +200,8 @@ void Companion::storeHeartRate(const Dictionary& userInfo, platform::MessageCent
   surroundings_.healthKit.writeHeartRate(*heartRate, [this, reply = std::move(reply)](
                                                          const platform::ErrorOrNone& error) {
     reply(error ? platform::Result<Dictionary>(*error) : Dictionary());
-    if (error && error->code == ERANGE) {
-      return;  // its sender's fault
+    if (error && (error->code == ERANGE || error->code == EBUSY)) {
+      return;  // its sender's fault: no heart rate, or too many at once
     }
     // Once for each time that it begins to fail: a measurement every few minutes would nag.
     if (!std::exchange(isStoreFailureShown_, error.has_value()) && error) {

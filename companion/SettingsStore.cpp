@@ -90,9 +90,14 @@ platform::Bytes SettingsStore::copyOf(const platform::Bytes& contents) const {
 }
 
 void SettingsStore::keep(const platform::Bytes& contents) {
-  const platform::Bytes copy = copyOf(contents);
-  if (const auto kept = files_.contentsAtPath(copyPath_); !kept || *kept != copy) {
+  platform::Bytes copy = copyOf(contents);
+  if (!kept_) {
+    const auto present = files_.contentsAtPath(copyPath_);
+    kept_ = present ? *present : platform::Bytes();
+  }
+  if (*kept_ != copy) {
     keepCopy_(copy);
+    kept_ = std::move(copy);
   }
 }
 

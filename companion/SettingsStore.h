@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -59,6 +60,8 @@ class SettingsStore {
   std::string path_;
   std::string copyPath_;
   Keeper keepCopy_;
+  /// What the copy is or, once it is written, will be.
+  std::optional<platform::Bytes> kept_;
   /// The settings in force are somebody's choice, and not only those of before the first reading.
   bool isLoaded_ = false;
   settings::Settings settings_;

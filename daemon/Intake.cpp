@@ -16,11 +16,28 @@ using std::chrono::seconds;
 constexpr platform::TimeInterval kPauses[] = {seconds(1), seconds(5), seconds(30),
                                               minutes(1), minutes(2), minutes(5)};
 
-/// What its texts take, which is nearly all that it takes.
+std::size_t sizeOf(const platform::Dictionary& userInfo);
+
+std::size_t sizeOf(const platform::Value& value) {
+  std::size_t bytes = sizeof(value);
+  if (const auto* text = value.text()) {
+    bytes += text->size();
+  } else if (const auto* data = value.data()) {
+    bytes += data->size();
+  } else if (const auto* array = value.array()) {
+    for (const auto& element : *array) {
+      bytes += sizeOf(element);
+    }
+  } else if (const auto* dictionary = value.dictionary()) {
+    bytes += sizeOf(*dictionary);
+  }
+  return bytes;
+}
+
 std::size_t sizeOf(const platform::Dictionary& userInfo) {
   std::size_t bytes = 0;
   for (const auto& [key, value] : userInfo) {
-    bytes += key.size() + (value.text() == nullptr ? 0 : value.text()->size());
+    bytes += sizeof(key) + key.size() + sizeOf(value);
   }
   return bytes;
 }
@@ -36,7 +53,8 @@ Intake::Intake(platform::RunLoop& loop, ShellCompanion& companion, platform::Log
       backoff_(kPauses) {}
 
 void Intake::act(const platform::Dictionary& userInfo, const Work& work) {
-  const bool mayPass = waiting_.empty() || (isUnanswered_ && hasSettings_);
+  const bool isTold = hasSettings_ || isAlone_;
+  const bool mayPass = waiting_.empty() ? isTold : isUnanswered_ && hasSettings_;
   if (mayPass && !isRunning_) {
     isRunning_ = true;
     work(userInfo);
@@ -46,17 +64,23 @@ void Intake::act(const platform::Dictionary& userInfo, const Work& work) {
   }
   waiting_.push_back({.name = {},
                       .settingsWork = {},
+                      .question = isTold ? 0 : std::max<std::uint64_t>(asked_, 1),
                       .work = work,
                       .userInfo = userInfo,
                       .bytes = sizeOf(userInfo)});
   waitingBytes_ += waiting_.back().bytes;
   makeRoom();
+  proceed();
 }
 
 void Intake::actOnSettings(std::string_view name, SettingsWork work) {
-  const bool isDue = std::ranges::any_of(
-      waiting_, [&](const Item& item) { return item.question > asked_ && item.name == name; });
-  if (isDue) {
+  const auto same = std::ranges::find_if(waiting_, [&](const Item& item) {
+    // An answer still to come may serve one that was asked for, unless it is late already.
+    return item.name == name && item.question > (isUnanswered_ ? answered_ : asked_);
+  });
+  if (same != waiting_.end()) {
+    same->question = asked_ + 1;
+    proceed();
     return;
   }
   Item item{.name = std::string(name),
@@ -117,7 +141,6 @@ void Intake::run(const Item& item) {
 // The question -----------------------------------------------------------------------------------
 
 void Intake::ask() {
-  nextAttempt_.reset();
   ++asked_;
   auto pending = companion_.askForPrefsDict(
       [this, question = asked_](const platform::Result<platform::Dictionary>& answer) {
@@ -160,7 +183,10 @@ void Intake::answered(std::uint64_t question,
 
 void Intake::goOnWithoutAnswer(std::string_view why) {
   patience_.reset();
-  nextAttempt_ = loop_.scheduledTimer(backoff_.next(), false, [this] { ask(); });
+  // What is announced meanwhile is asked for at once, and leaves the pauses as they are.
+  if (nextAttempt_ == nullptr || !nextAttempt_->isValid()) {
+    nextAttempt_ = loop_.scheduledTimer(backoff_.next(), false, [this] { ask(); });
+  }
   if (!isUnanswered_) {
     logger_.warning(fmt::format(
         "No settings from the shell companion, {}: {}",

@@ -24,8 +24,8 @@ namespace wrixel2::daemon {
 /// waits for that, so that the first notification of an app finds the app's settings. Questions for
 /// the settings merge: one is under way, and at most one more is due.
 ///
-/// A companion that does not answer is asked again, with pauses that grow, and an answer counts
-/// however late. Meanwhile the settings last read hold, and after two seconds nothing waits but
+/// A companion that does not answer is asked again, with pauses that grow; until then a late answer
+/// counts. Meanwhile the settings last read hold, and after two seconds nothing waits but
 /// what announced a change. Before the first answer everything waits: the defaults are nobody's
 /// choice, and hold only where nobody serves the companion's center.
 class Intake {
@@ -55,7 +55,7 @@ class Intake {
   std::string problem() const;
 
  private:
-  /// One of the two kinds of work. The settings' one needs the answer to this question or a later.
+  /// One of the two kinds of work. It needs the answer to this question or a later one.
   struct Item {
     std::string name;
     SettingsWork settingsWork;

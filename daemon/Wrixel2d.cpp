@@ -287,17 +287,17 @@ void Wrixel2d::reloadSettings(const platform::Dictionary* settings) {
   }
 }
 
-void Wrixel2d::reloadMoveSettings(const platform::Dictionary* read) {
+void Wrixel2d::reloadMoveSettings(const platform::Dictionary* settings) {
   // The other values stay as they are until everything is read again.
-  auto& settings = state_.settings;
-  const auto old = settings.move;
-  if (read != nullptr) {
-    settings.snapshot = *read;
-    settings.move = MoveSettings::fromDictionary(settings.snapshot, logger_);
+  auto& inForce = state_.settings;
+  const auto old = inForce.move;
+  if (settings != nullptr) {
+    inForce.snapshot = *settings;
+    inForce.move = MoveSettings::fromDictionary(inForce.snapshot, logger_);
   }
-  const auto fault = moveWindowFault(settings.move);
+  const auto fault = moveWindowFault(inForce.move);
   if (fault != MoveWindowFault::none) {
-    logger_.error(invalidStepConfiguration(settings.move));
+    logger_.error(invalidStepConfiguration(inForce.move));
     companion_.alertUser("Invalid Move Reminder configuration!",
                          fault == MoveWindowFault::sameHours
                              ? "'Remind From' and 'Remind Till' shouldn't be the same."

@@ -355,7 +355,8 @@ ErrorOrNone BusConnection::requestName(const std::string& name) const {
 }
 
 void BusConnection::releaseName(const std::string& name) const {
-  sd_bus_release_name(bus_, name.c_str());
+  // Not waited for: the bus's answer stands behind all that it has for us.
+  sd_bus_release_name_async(bus_, nullptr, name.c_str(), nullptr, nullptr);
 }
 
 Result<bool> BusConnection::nameHasOwner(const std::string& name) const {

@@ -107,16 +107,17 @@ ErrorOrNone SdBusPostings::serveCallers() {
 }
 
 void SdBusPostings::called(const BusMessage& call) const {
-  const auto arguments = call.arguments();
-  const auto found = arguments ? groups_.find(*arguments->front().text()) : groups_.end();
+  Array arguments;
+  const auto error = call.readBoundedArguments(arguments);
+  const auto found = error ? groups_.end() : groups_.find(*arguments.front().text());
   if (found == groups_.end()) {
-    call.replyError(SD_BUS_ERROR_INVALID_ARGS, arguments ? "Postings of this name have no effect"
-                                                         : arguments.error().localizedDescription);
+    call.replyError(SD_BUS_ERROR_INVALID_ARGS,
+                    error ? error->localizedDescription : "Postings of this name have no effect");
     return;
   }
   call.reply({}, {});
   if (const auto group = found->second.lock()) {
-    Group::deliver(group->present(), *arguments);
+    Group::deliver(group->present(), arguments);
   }
 }
 

@@ -47,6 +47,13 @@ void YMSCBStoredPeripherals::saveUUID(const platform::UUID& identifier) {
   }
   const platform::Value text(identifier.longText());
   auto list = userDefaults_->arrayForKey(key_).value_or(platform::Array());
+  const bool isLimited = limit_ != std::numeric_limits<std::size_t>::max();
+  if (isLimited && !list.empty() && list.back() == text) {
+    return;
+  }
+  if (isLimited) {
+    std::erase(list, text);  // it becomes the latest
+  }
   if (std::find(list.begin(), list.end(), text) == list.end()) {
     list.push_back(text);
     list.erase(list.begin(),

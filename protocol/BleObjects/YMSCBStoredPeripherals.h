@@ -16,7 +16,8 @@ class UserDefaults;
 namespace wrixel2::bleobjects {
 
 /// Identifiers of devices, kept in the user defaults as texts, each once, in the order first
-/// stored: under "storedPeripherals" those of the devices seen before.
+/// stored (where there is a limit, in the order last stored): under "storedPeripherals" those of
+/// the devices seen before.
 class YMSCBStoredPeripherals {
  public:
   /// Beyond the limit the oldest go.

@@ -129,7 +129,8 @@ class CompanionTest : public testing::Test {
   std::vector<std::unique_ptr<platform::Observation>> observations_;
   Reached reached_;
   std::vector<std::string> titles_;  ///< of the bulletins
-  int copies_ = 0;                   ///< of good settings, as they were written
+  bool areCopiesLate_ = false;
+  int copies_ = 0;  ///< of good settings, as they were written
   Dictionary prefs_;
   SeenApps seenApps_{phone_.runLoop, phone_.clock, phone_.propertyLists, phone_.log,
                      "/home/anna/.local/state/wrixel2/apps.plist"};
@@ -139,6 +140,9 @@ class CompanionTest : public testing::Test {
                        {kSettings, kCopy, "/home/anna/.local/share/wrixel2/MiFit"},
                        [this](const platform::Bytes& contents) {
                          ++copies_;
+                         if (areCopiesLate_) {
+                           return;
+                         }
                          EXPECT_FALSE(phone_.fileManager.writeAtomically(kCopy, contents));
                        }};
 };
@@ -333,6 +337,12 @@ TEST_F(CompanionTest, AFaultyFileAtTheStartIsStoodInForByTheLastGoodSettings) {
   EXPECT_NE(companion_.settingsProblem(), "");
   edit("timeout = 4\n");
   EXPECT_EQ(phone_.fileManager.textAtPath(kCopy), head + "timeout = 4\n");
+
+  areCopiesLate_ = true;
+  copies_ = 0;
+  edit("timeout = 5\n");
+  edit("timeout = 4\n");
+  EXPECT_EQ(copies_, 2) << "the one before, still to be written, is the wrong one";
 }
 
 TEST_F(CompanionTest, ShowsTheDaemonsAlertsAndHandsOnPressesOfTheButton) {

@@ -294,6 +294,10 @@ TEST_F(Wrixel2dTest, BeforeTheFirstAnswerNothingStartsAndWhatArrivesWaits) {
   companion->settings = {{"MBIcon-app", 9}};
   start();
   setCompanionHanging(true);
+  send("DND", {{"DNDEnabled", true}});
+  send("DND", {{"DNDEnabled", false}});
+  run();
+  EXPECT_EQ(questions(), 1U) << "whatever is the first to come";
   postPreference("/hk");
   post(kLockState);
   send("bulletinRequest", {{"sectionID", "app"}});
@@ -312,6 +316,25 @@ TEST_F(Wrixel2dTest, BeforeTheFirstAnswerNothingStartsAndWhatArrivesWaits) {
   system.runLoop.runFor(1h);
   EXPECT_EQ(questions(), 8U)
       << "the unlock comes after the announcement, and asks before the alert";
+
+  // What is announced while it does not answer is one question more, and shortens no pause.
+  forget();
+  setCompanionHanging(true);
+  for (int i = 0; i < 5; ++i) {
+    postPreference("/hk");
+    run();
+  }
+  system.runLoop.runFor(2s);
+  for (int i = 0; i < 5; ++i) {
+    postPreference("/hk");
+    run();
+  }
+  EXPECT_EQ(questions(), 1U);
+  system.runLoop.runFor(1s);
+  EXPECT_EQ(questions(), 2U);
+  setCompanionHanging(false);
+  run();
+  EXPECT_EQ(questions(), 2U);
 
   // Answered, it begins anew with the shortest pause.
   forget();
@@ -383,7 +406,10 @@ TEST_F(Wrixel2dTest, AFloodAsksNoMoreThanTwiceAndKeepsWhatWaitsBoundedAndInOrder
   setCompanionHanging(true);
   postPreference("/hk");
   for (int i = 0; i < 64; ++i) {
-    send("bulletinRequest", {{"sectionID", "app"}, {"message", std::string(100'000, 'x')}});
+    // Also where nobody looks.
+    send("bulletinRequest",
+         {{"sectionID", "app"},
+          {"more", Dictionary{{"of it", platform::Array{std::string(100'000, 'x')}}}}});
   }
   setCompanionHanging(false);
   run();

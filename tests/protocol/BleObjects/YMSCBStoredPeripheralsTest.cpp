@@ -60,7 +60,8 @@ TEST_F(YMSCBStoredPeripheralsTest, AnotherListMayBeBounded) {
   for (const auto& served : {kThird, kSecond, kThird, kFirst}) {
     two.saveUUID(UUID::withString(served));
   }
-  EXPECT_EQ(defaults.synchronizedValues().at("other"), Value(Array{kSecond, kFirst}));
+  EXPECT_EQ(defaults.synchronizedValues().at("other"), Value(Array{kThird, kFirst}))
+      << "of which one is in daily use";
   EXPECT_EQ(defaults.objectForKey(kKey), std::nullopt);
 }
 
