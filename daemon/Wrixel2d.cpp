@@ -11,6 +11,7 @@
 #include "daemon/CheckedDictionary.h"
 #include "daemon/InfoPlistPatch.h"
 #include "daemon/MoveWindow.h"
+#include "daemon/RateLimit.h"
 #include "protocol/MBBLE/MBCentralManager.h"
 #include "protocol/MBBLE/MBPeripheral.h"
 #include "protocol/MBModel/MBActivityModel.h"
@@ -23,6 +24,8 @@ namespace {
 /// From this version on the shell needs the usage descriptions in its Info.plist.
 constexpr float kVersionWithUsageDescriptions = 10.0F;
 constexpr std::uint64_t kConnectedUnlessDoNotDisturb = 2;
+/// Between two of what reaches the disk or the band.
+constexpr platform::TimeInterval kRequestPause = platform::seconds(1);
 constexpr std::string_view kLockComplete = "com.apple.springboard.lockcomplete";
 constexpr std::string_view kLockState = "com.apple.springboard.lockstate";
 
@@ -150,23 +153,23 @@ void Wrixel2d::addDarwinObservers() {
   };
   preferences("", &Wrixel2d::startBySettings);
   preferences("/hk", &Wrixel2d::reloadSettings);
-  observe("org.corvale.wrixel2prefs.preferencechanged/measure", SuspensionBehavior::coalesce,
-          &Wrixel2d::measureOnDemand);
+  observeRequest("org.corvale.wrixel2prefs.preferencechanged/measure", SuspensionBehavior::coalesce,
+                 &Wrixel2d::measureOnDemand);
   preferences("/hkInterval", &Wrixel2d::hrIntervalChanged);
   preferences("/move", &Wrixel2d::reloadMoveSettings);
   preferences("/continuous", &Wrixel2d::continuousHrChanged);
   preferences("/stopwatchChanged", &Wrixel2d::stopwatchChanged);
 
-  const auto observeAtOnce = [this](std::string_view name, void (Wrixel2d::*handler)()) {
-    observe(name, SuspensionBehavior::deliverImmediately, handler);
+  observe(kLockComplete, SuspensionBehavior::deliverImmediately, &Wrixel2d::lockComplete);
+  observe(kLockState, SuspensionBehavior::deliverImmediately, &Wrixel2d::lockStateChanged);
+  const auto request = [this](std::string_view name, void (Wrixel2d::*handler)()) {
+    observeRequest(name, SuspensionBehavior::deliverImmediately, handler);
   };
-  observeAtOnce(kLockComplete, &Wrixel2d::lockComplete);
-  observeAtOnce(kLockState, &Wrixel2d::lockStateChanged);
-  observeAtOnce("org.corvale.wrixel2.lockToCurrentBand", &Wrixel2d::lockToCurrentBand);
-  observeAtOnce("org.corvale.wrixel2.removeLock", &Wrixel2d::removeBandLock);
+  request("org.corvale.wrixel2.lockToCurrentBand", &Wrixel2d::lockToCurrentBand);
+  request("org.corvale.wrixel2.removeLock", &Wrixel2d::removeBandLock);
   // For the owner's other programs.
-  observeAtOnce("org.corvale.wrixel2.syncClock", &Wrixel2d::syncClock);
-  observeAtOnce("org.corvale.wrixel2.keyChanged", &Wrixel2d::keyChanged);
+  request("org.corvale.wrixel2.syncClock", &Wrixel2d::syncClock);
+  request("org.corvale.wrixel2.keyChanged", &Wrixel2d::keyChanged);
 }
 
 void Wrixel2d::observe(std::string_view name, platform::SuspensionBehavior behavior,
@@ -174,6 +177,15 @@ void Wrixel2d::observe(std::string_view name, platform::SuspensionBehavior behav
   const Intake::Work work = [this, handler](const platform::Dictionary&) { (this->*handler)(); };
   observations_.push_back(platform_.darwinNotifyCenter.addObserver(
       name, behavior, [this, work](std::string_view) { intake_.act({}, work); }));
+}
+
+void Wrixel2d::observeRequest(std::string_view name, platform::SuspensionBehavior behavior,
+                              void (Wrixel2d::*handler)()) {
+  const Intake::Work work = [this, handler](const platform::Dictionary&) { (this->*handler)(); };
+  const auto limit = std::make_shared<RateLimit>(platform_.runLoop, kRequestPause,
+                                                 [this, work] { intake_.act({}, work); });
+  observations_.push_back(platform_.darwinNotifyCenter.addObserver(
+      name, behavior, [limit](std::string_view) { limit->ask(); }));
 }
 
 void Wrixel2d::actOnSettings(std::string_view name, SettingsHandler handler) {

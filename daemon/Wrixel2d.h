@@ -56,6 +56,9 @@ class Wrixel2d : public std::enable_shared_from_this<Wrixel2d> {
   void addDistributedObservers();
   void observe(std::string_view name, platform::SuspensionBehavior behavior,
                void (Wrixel2d::*handler)());
+  /// The same for what has one effect however often it is posted: at most once a second.
+  void observeRequest(std::string_view name, platform::SuspensionBehavior behavior,
+                      void (Wrixel2d::*handler)());
 
   void handleBulletinRequest(const platform::Dictionary& userInfo);
   void handleStopVibrationRequest(const platform::Dictionary& userInfo);

@@ -88,6 +88,7 @@ TEST_F(MeasurementSchedulerTest, VibratesWithAMeasurementOnlyWhenWantedAndNotQui
     companion->settings = c.settings;
     postPreference("/hk");
     setQuiet(c.dnd);
+    system.runLoop.runFor(1s);
     forget();
     postPreference("/measure");
     run();
@@ -183,6 +184,7 @@ TEST_F(MeasurementSchedulerTest, OnlyAResultThatTheUserAskedForIsShown) {
                 {{}, "(null)"},
                 {{{"heartRate", platform::Array{}}}, "(null)"}};
   for (const auto& c : kCases) {
+    system.runLoop.runFor(1s);
     forget();
     postPreference("/measure");
     run();

@@ -401,6 +401,16 @@ TEST_F(Wrixel2dTest, AFloodAsksNoMoreThanTwiceAndKeepsWhatWaitsBoundedAndInOrder
   EXPECT_EQ(requests("#Forwaring: app"), 253U) << "and three announcements make 256";
   EXPECT_TRUE(system.log.contains(LogLevel::warning, " were dropped"));
 
+  // What reaches band and disk does so once a second.
+  forget();
+  for (int i = 0; i < 10'000; ++i) {
+    postPreference("/measure");
+  }
+  run();
+  EXPECT_EQ(heartRequests(0), 1U);
+  system.runLoop.runFor(10s);
+  EXPECT_EQ(heartRequests(0), 2U);
+
   // Few, but large.
   forget();
   setCompanionHanging(true);
